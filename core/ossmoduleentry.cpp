@@ -1,0 +1,17 @@
+// The loader's way into the library. It wraps the C run-time's own entry, which handles every
+// notification, because the library has work to do behind it: at the attach it needs a run-time
+// that is initialised, and at the detach it writes its last report when the run-time's termination
+// has released everything that it will. Nothing is added for threads.
+#include <windows.h>
+
+#include "core/osswindows.h"
+#include "osscatalog.h"
+
+extern "C" BOOL WINAPI DllMainCRTStartup(HINSTANCE module, DWORD reason, void* reserved);
+
+extern "C" BOOL WINAPI ossModuleEntry(HINSTANCE module, DWORD reason, void* reserved) {
+  const BOOL result = DllMainCRTStartup(module, reason, reserved);
+  if (reason == DLL_PROCESS_ATTACH && result) oss::attachProcess();
+  if (reason == DLL_PROCESS_DETACH) ossTerminate();
+  return result;
+}

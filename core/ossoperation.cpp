@@ -1,0 +1,112 @@
+#include "core/ossoperation.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "log/osslogfacility.h"
+#include "ossprocess.h"
+#include "trace/gptrace.h"
+
+namespace oss {
+namespace {
+
+constexpr uint32_t idOf(Func function) noexcept { return static_cast<uint32_t>(function); }
+constexpr uint32_t idOf(SysCall call) noexcept { return static_cast<uint32_t>(call); }
+
+// The values that the library's own trace points pass.
+constexpr uint16_t kDataRecord = 3;
+constexpr uint16_t kErrorRecord = 4;
+constexpr uint64_t kBlockItem = 0;
+
+uint64_t traceThread() noexcept { return ossThreadID(); }
+
+// Probes of trace records are 16 bits wide; every probe of the library fits.
+constexpr uint16_t traceProbe(Probe probe) noexcept { return static_cast<uint16_t>(probe); }
+
+}  // namespace
+
+LogItem string(const char* text) noexcept {
+  return string(text, text != nullptr ? std::strlen(text) : 0);
+}
+
+TraceItem charactersOf(const char* text) noexcept {
+  return {text, text != nullptr ? std::strlen(text) : 0};
+}
+
+void Operation::traceEntry(Func self) noexcept { gtraceEntry(traceThread(), idOf(self)); }
+
+void Operation::traceExit(Func self, OSSErr rc) noexcept {
+  const uint64_t wide = rc;
+  gtraceExit(traceThread(), idOf(self), &wide, 0);
+}
+
+void Operation::traceData(Func self, Probe probe, TraceItems items) noexcept {
+  const auto at = [&](size_t index) { return items.begin()[index]; };
+  const uint64_t thread = traceThread();
+  switch (items.size()) {
+    case 1:
+      gtraceVar(thread, idOf(self), traceProbe(probe), kDataRecord, 1, kBlockItem, at(0).length,
+                at(0).data);
+      break;
+    case 2:
+      gtraceVar(thread, idOf(self), traceProbe(probe), kDataRecord, 2, kBlockItem, at(0).length,
+                at(0).data, kBlockItem, at(1).length, at(1).data);
+      break;
+    case 3:
+      gtraceVar(thread, idOf(self), traceProbe(probe), kDataRecord, 3, kBlockItem, at(0).length,
+                at(0).data, kBlockItem, at(1).length, at(1).data, kBlockItem, at(2).length,
+                at(2).data);
+      break;
+    default: assert(false && "a data point of the library has one to three items");
+  }
+}
+
+OSSErr Operation::refuse(Func reportedAs, const uint64_t* version) noexcept {
+  if (version == nullptr)
+    return report(reportedAs, kProbeNullRecord, ECF_INVALID_PARAMETER, OSS_LOG_ERROR, {});
+  return report(reportedAs, kProbeOldRecord, ECF_INVALID_VERSION, OSS_LOG_ERROR, {uint(*version)});
+}
+
+OSSErr Operation::report(Func self, Probe probe, OSSErr rc, Level level, LogData data) noexcept {
+  constexpr size_t kMost = 4;
+  assert(data.size() <= kMost);
+  LogArg args[kMost];
+  uint32_t count = 0;
+  for (const LogItem& item : data) {
+    args[count] = {count + 1, item};
+    ++count;
+  }
+
+  writeLogRecord(nullptr, {.funcId = idOf(self), .messageCode = rc, .probe = probe, .level = level},
+                 {args, count});
+  return rc;
+}
+
+OSSErr Operation::reportSystem(Func self, Probe probe, FailedCall call, LogArgs args) noexcept {
+  const DWORD error = ::GetLastError();  // first: everything below changes it
+  assert(std::is_sorted(args.begin(), args.end(),
+                        [](const LogArg& a, const LogArg& b) { return a.number < b.number; }));
+
+  uint64_t level = 0;
+  const OSSErr rc = ossErrorMapSystem(idOf(self), probe, idOf(call.mappedAs), error, &level);
+  writeLogRecord(nullptr,
+                 {.funcId = idOf(self),
+                  .messageCode = rc,
+                  .probe = probe,
+                  .level = level,
+                  .called = LogEvent::Called::System,
+                  .calledFuncId = idOf(call.loggedAs),
+                  .sysError = error},
+                 {args.begin(), args.size()});
+
+  if (tracing()) {
+    const OSSErr traced = rc;
+    gtraceErrorVar(traceThread(), idOf(self), traceProbe(probe), kErrorRecord, 0, 1, kBlockItem,
+                   uint64_t{sizeof traced}, &traced);
+  }
+  return rc;
+}
+
+}  // namespace oss

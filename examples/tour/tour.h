@@ -1,0 +1,43 @@
+// tour.h - what the acts of the tour share: how a result is told, and where its files lie.
+#pragma once
+
+#include <string>
+
+#include "osscatalog.h"
+
+namespace tour {
+
+struct Stage {
+  std::string input;       // the file that the tour reads
+  std::string folder;      // where it leaves its own files
+  std::string logFile;     // the diagnostic log
+  std::string workFile;    // the copy that it works on
+  std::string ownProgram;  // to start the tour a second time, as the other process
+};
+
+// Prints a heading, or a remark below the last result.
+void act(const char* title);
+void note(const char* format, ...) __attribute__((format(gnu_printf, 1, 2)));
+
+// Prints a call and what it returned, by name and description from the catalog. Returns true on
+// success, so that an act can stop where going on makes no sense.
+bool told(const char* call, OSSErr rc);
+
+// As told(), for a call that is meant to fail: the tour has failed if it returns anything else.
+void expected(const char* call, OSSErr rc, OSSErr wanted);
+
+// The number of results so far that were not what the tour meant to show.
+int surprises();
+
+// The acts.
+void readAndCopy(const Stage& stage);
+void workOnTheCopy(const Stage& stage);
+void lockFromTwoProcesses(const Stage& stage);
+void convertNumbersAndTimes(const Stage& stage);
+void runIntoFailures(const Stage& stage);
+
+// The other process of an act: holds the lock of `file` from when it signals the event
+// "<name>.held" until it sees "<name>.done". Returns the process's exit code.
+int holdLock(const char* file, const char* name);
+
+}  // namespace tour

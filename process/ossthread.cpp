@@ -1,0 +1,5 @@
+#include <windows.h>
+
+#include "ossprocess.h"
+
+uint32_t ossThreadID() noexcept { return ::GetCurrentThreadId(); }

@@ -1,0 +1,60 @@
+# ./dev bench: Google Benchmark's sources, and the benchmarks on one core. Sourced by ./dev.
+# shellcheck shell=bash
+
+benchmarkPackages=(dpkg-dev)
+
+# Debian's binary package is for this system, but the benchmarks are Windows programs: so its source
+# package. The archives are those that this machine takes its packages from, asked through a private
+# configuration; the machine's own is left alone.
+fetchBenchmark() {
+  local private=$root/build/benchmark-source apt
+  mkdir -p "$private/lists/partial" "$private/cache/archives/partial"
+  # shellcheck disable=SC2016  # apt fills these in
+  apt-get indextargets --format 'deb-src $(REPO_URI) $(RELEASE) $(COMPONENT)' \
+    'Created-By: Packages' 'Origin: Debian' | sort -u > "$private/sources.list"
+  apt=(apt-get -o "Dir::Etc::SourceList=$private/sources.list" -o Dir::Etc::SourceParts=-
+    -o "Dir::State::Lists=$private/lists" -o "Dir::Cache=$private/cache"
+    -o Acquire::Languages=none)
+
+  "${apt[@]}" update
+  (cd "$private" && "${apt[@]}" source --download-only benchmark)
+  rm -rf build/benchmark
+  dpkg-source --extract "$private"/benchmark_*.dsc build/benchmark
+}
+
+needBenchmark() {
+  needPackages "${crossPackages[@]}" "${benchmarkPackages[@]}"
+  [ -d build/benchmark ] || step "fetching the sources of Google Benchmark" fetchBenchmark
+}
+
+# One core for the programs and the Wine server: calls that pass through the server are then many
+# times faster, and steady.
+onOneCore() { taskset -c 0 "$@"; }
+
+runBenchmarks() {
+  local filter=. results=build/bench/results programs program name
+  case ${1:-} in
+    --filter) filter=${2:?a regular expression must follow --filter} ;;
+    '') ;;
+    *) die "bench takes --filter RE or nothing" ;;
+  esac
+
+  needBenchmark
+  build bench --target benches
+  programs=(build/bench/bin/*_bench.exe)
+  [ -e "${programs[0]}" ] || die "bench/CMakeLists.txt declares no benchmark"
+  mkdir -p "$results"
+  warmWine
+  stopWine
+  onOneCore cmake/wine-run.sh
+
+  for program in "${programs[@]}"; do
+    name=$(basename "$program" .exe)
+    say "$name"
+    (cd "$results" &&
+      onOneCore "$root/cmake/wine-run.sh" "$root/$program" "--benchmark_filter=$filter" \
+        --benchmark_color=false "--benchmark_out=$name.json" --benchmark_out_format=json)
+  done < /dev/null
+  stopWine
+  say "the results are in $results"
+}
