@@ -160,7 +160,8 @@ class OSS_API OSSHFile {
   /// \retval ECF_INVALID_PARAMETER     an unknown origin (120)
   /// \retval ECF_FILE_SEEK_BEYOND_EOF  the target lies behind the file's end (150), which itself is
   ///                                   allowed; Info, with target and size
-  /// \return otherwise the system's refusal, mapped and logged (130, 140, 160). The pointer stays.
+  /// \return otherwise the system's refusal, mapped and logged (130, 140, 160). A refused move
+  ///         leaves the pointer where it was, or at the end when that is the origin.
   OSSErr seek(const OSSFileSeekParam* param, uint64_t* position) noexcept;
 
   /// Tells the file's size in bytes.

@@ -87,7 +87,7 @@ class OSS_API Sint128 : public int128 {
   operator double() const noexcept;
 
   /// Divides as operator/ does.
-  Sint128& operator/=(unsigned int divisor) noexcept;
+  inline Sint128& operator/=(unsigned int divisor) noexcept;
 };
 OSS_LAYOUT(Sint128, 16);
 

@@ -19,7 +19,9 @@
 
 // A function that formats like printf in the C run-time's own dialect (%I64u and its kin), so that
 // the compiler checks the arguments of each call: the numbers of the format and of the first one.
-#if defined(_WIN32)
+#if defined(_WIN32) && defined(__clang__)
+#define OSS_PRINTF_LIKE(text, first) __attribute__((format(printf, text, first)))
+#elif defined(_WIN32)
 #define OSS_PRINTF_LIKE(text, first) __attribute__((format(ms_printf, text, first)))
 #else
 #define OSS_PRINTF_LIKE(text, first)

@@ -150,6 +150,15 @@ class ItemList {
   size_t count_ = 0;
 };
 
+OSSErr logMasked(OSSLogFacility* facility, const LogEvent& event, int32_t itemMask,
+                 va_list& arguments) noexcept {
+  if (itemMask > 0) return ECF_INVALID_PARAMETER;
+
+  ItemList list;
+  list.takeMasked(itemMask, arguments);
+  return writeLogRecord(facility, event, list.items());
+}
+
 }  // namespace
 
 OSSLogFacility& defaultLogFacility() noexcept { return g_defaultFacility; }
@@ -229,41 +238,33 @@ OSSErr ossLog(OSSLogFacility* facility, uint32_t funcId, OSSErr messageCode, uin
 OSSErr ossLogRC(OSSLogFacility* facility, uint32_t funcId, uint32_t calledFuncId, OSSErr calledRC,
                 OSSErr messageCode, uint64_t probe, uint64_t level, int32_t itemMask,
                 ...) noexcept {
-  if (itemMask > 0) return ECF_INVALID_PARAMETER;
-
-  ItemList list;
+  const LogEvent event = {.funcId = funcId,
+                          .messageCode = messageCode,
+                          .probe = probe,
+                          .level = level,
+                          .called = LogEvent::Called::Function,
+                          .calledFuncId = calledFuncId,
+                          .calledRC = calledRC};
   va_list arguments;
   va_start(arguments, itemMask);
-  list.takeMasked(itemMask, arguments);
+  const OSSErr rc = logMasked(facility, event, itemMask, arguments);
   va_end(arguments);
-  return writeLogRecord(facility,
-                        {.funcId = funcId,
-                         .messageCode = messageCode,
-                         .probe = probe,
-                         .level = level,
-                         .called = LogEvent::Called::Function,
-                         .calledFuncId = calledFuncId,
-                         .calledRC = calledRC},
-                        list.items());
+  return rc;
 }
 
 OSSErr ossLogSysRC(OSSLogFacility* facility, uint32_t funcId, uint32_t sysCallId, uint64_t sysError,
                    OSSErr messageCode, uint64_t probe, uint64_t level, int32_t itemMask,
                    ...) noexcept {
-  if (itemMask > 0) return ECF_INVALID_PARAMETER;
-
-  ItemList list;
+  const LogEvent event = {.funcId = funcId,
+                          .messageCode = messageCode,
+                          .probe = probe,
+                          .level = level,
+                          .called = LogEvent::Called::System,
+                          .calledFuncId = sysCallId,
+                          .sysError = sysError};
   va_list arguments;
   va_start(arguments, itemMask);
-  list.takeMasked(itemMask, arguments);
+  const OSSErr rc = logMasked(facility, event, itemMask, arguments);
   va_end(arguments);
-  return writeLogRecord(facility,
-                        {.funcId = funcId,
-                         .messageCode = messageCode,
-                         .probe = probe,
-                         .level = level,
-                         .called = LogEvent::Called::System,
-                         .calledFuncId = sysCallId,
-                         .sysError = sysError},
-                        list.items());
+  return rc;
 }
