@@ -2,6 +2,7 @@
 #include <array>
 #include <iterator>
 
+#include "core/osserrorlevel.h"
 #include "osscatalog.h"
 
 namespace oss {
@@ -106,7 +107,17 @@ OSSErr mapStat(uint64_t error) {
   }
 }
 
-uint64_t levelOf(OSSErr rc) {
+OSSErr map(uint64_t call, uint64_t error) {
+  if (is(call, SysCall::Access)) [[unlikely]]
+    return mapAccess(error);
+  if (is(call, SysCall::Stat)) [[unlikely]]
+    return mapStat(error);
+  return mapWin32(call, error);
+}
+
+}  // namespace
+
+uint64_t logLevelOf(OSSErr rc) noexcept {
   switch (rc) {
     case ECF_UNKNOWN:
     case ECF_NO_MEMORY:
@@ -117,15 +128,6 @@ uint64_t levelOf(OSSErr rc) {
   }
 }
 
-OSSErr map(uint64_t call, uint64_t error) {
-  if (is(call, SysCall::Access)) [[unlikely]]
-    return mapAccess(error);
-  if (is(call, SysCall::Stat)) [[unlikely]]
-    return mapStat(error);
-  return mapWin32(call, error);
-}
-
-}  // namespace
 }  // namespace oss
 
 using namespace oss;
@@ -133,7 +135,7 @@ using namespace oss;
 OSSErr ossErrorMapSystem(uint32_t /*funcId*/, uint64_t /*probe*/, uint64_t sysCallId,
                          uint64_t sysError, uint64_t* logLevelOut) noexcept {
   const OSSErr rc = map(sysCallId, sysError);
-  if (logLevelOut != nullptr) *logLevelOut = levelOf(rc);
+  if (logLevelOut != nullptr) *logLevelOut = logLevelOf(rc);
   return rc;
 }
 

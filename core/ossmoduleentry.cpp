@@ -5,13 +5,15 @@
 #include <windows.h>
 
 #include "core/osswindows.h"
-#include "osscatalog.h"
+#include "memory/ossmemdbg.h"
 
 extern "C" BOOL WINAPI DllMainCRTStartup(HINSTANCE module, DWORD reason, void* reserved);
 
 extern "C" BOOL WINAPI ossModuleEntry(HINSTANCE module, DWORD reason, void* reserved) {
   const BOOL result = DllMainCRTStartup(module, reason, reserved);
   if (reason == DLL_PROCESS_ATTACH && result) oss::attachProcess();
-  if (reason == DLL_PROCESS_DETACH) ossTerminate();
+  // A process that ends has killed its other threads by now, perhaps in the middle of an
+  // allocation.
+  if (reason == DLL_PROCESS_DETACH) oss::listLeaksAtEnd(reserved != nullptr);
   return result;
 }

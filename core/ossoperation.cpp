@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/osserrorlevel.h"
 #include "log/osslogfacility.h"
 #include "ossprocess.h"
 #include "trace/gptrace.h"
@@ -24,6 +25,17 @@ uint64_t traceThread() noexcept { return ossThreadID(); }
 
 // Probes of trace records are 16 bits wide; every probe of the library fits.
 constexpr uint16_t traceProbe(Probe probe) noexcept { return static_cast<uint16_t>(probe); }
+
+[[maybe_unused]] bool numbersRise(LogArgs args) noexcept {
+  return std::is_sorted(args.begin(), args.end(),
+                        [](const LogArg& a, const LogArg& b) { return a.number < b.number; });
+}
+
+void traceError(Func self, Probe probe, const OSSErr& rc) noexcept {
+  if (tracing())
+    gtraceErrorVar(traceThread(), idOf(self), traceProbe(probe), kErrorRecord, 0, 1, kBlockItem,
+                   uint64_t{sizeof rc}, &rc);
+}
 
 }  // namespace
 
@@ -84,10 +96,9 @@ OSSErr Operation::report(Func self, Probe probe, OSSErr rc, Level level, LogData
   return rc;
 }
 
-OSSErr Operation::reportSystem(Func self, Probe probe, FailedCall call, LogArgs args) noexcept {
+OSSErr logSystemFailure(Func self, Probe probe, FailedCall call, LogArgs args) noexcept {
   const DWORD error = ::GetLastError();  // first: everything below changes it
-  assert(std::is_sorted(args.begin(), args.end(),
-                        [](const LogArg& a, const LogArg& b) { return a.number < b.number; }));
+  assert(numbersRise(args));
 
   uint64_t level = 0;
   const OSSErr rc = ossErrorMapSystem(idOf(self), probe, idOf(call.mappedAs), error, &level);
@@ -100,12 +111,33 @@ OSSErr Operation::reportSystem(Func self, Probe probe, FailedCall call, LogArgs 
                   .calledFuncId = idOf(call.loggedAs),
                   .sysError = error},
                  {args.begin(), args.size()});
+  return rc;
+}
 
-  if (tracing()) {
-    const OSSErr traced = rc;
-    gtraceErrorVar(traceThread(), idOf(self), traceProbe(probe), kErrorRecord, 0, 1, kBlockItem,
-                   uint64_t{sizeof traced}, &traced);
-  }
+OSSErr Operation::reportSystem(Func self, Probe probe, FailedCall call, LogArgs args) noexcept {
+  const OSSErr rc = logSystemFailure(self, probe, call, args);
+  traceError(self, probe, rc);
+  return rc;
+}
+
+OSSErr Operation::reportCalled(Func self, Probe probe, Func called, OSSErr rc,
+                               LogArgs args) noexcept {
+  assert(numbersRise(args));
+  writeLogRecord(nullptr,
+                 {.funcId = idOf(self),
+                  .messageCode = rc,
+                  .probe = probe,
+                  .level = logLevelOf(rc),
+                  .called = LogEvent::Called::Function,
+                  .calledFuncId = idOf(called),
+                  .calledRC = rc},
+                 {args.begin(), args.size()});
+  return rc;
+}
+
+OSSErr Operation::reportUnlogged(Func self, Probe probe, SysCall call, uint32_t error) noexcept {
+  const OSSErr rc = ossErrorMapSystem(idOf(self), probe, idOf(call), error, nullptr);
+  traceError(self, probe, rc);
   return rc;
 }
 

@@ -87,6 +87,15 @@ struct FailedCall {
   SysCall loggedAs = mappedAs;
 };
 
+// Maps the last error of a failed call, logs the failure and returns its code, without tracing. The
+// frame does it for its operation; the inner halves of operations that are traced as a whole call
+// it themselves.
+[[gnu::cold]] OSSErr logSystemFailure(Func self, Probe probe, FailedCall call,
+                                      LogArgs args = {}) noexcept;
+inline OSSErr logSystemFailure(Func self, Probe probe, SysCall call, LogArgs args = {}) noexcept {
+  return logSystemFailure(self, probe, FailedCall{call}, args);
+}
+
 class Operation {
  public:
   explicit Operation(Func self) noexcept : self_(self) {
@@ -133,12 +142,22 @@ class Operation {
     return fail(probe, ECF_INVALID_PARAMETER, OSS_LOG_INFO, {hex(field)});
   }
 
+  // Found by a called operation of the library, which has logged its own share.
+  [[nodiscard]] OSSErr failCalled(Probe probe, Func called, OSSErr rc, LogArgs args = {}) noexcept {
+    return answer(reportCalled(self_, probe, called, rc, args));
+  }
+
   // Found by the system: maps the last error, logs, records an error trace point.
   [[nodiscard]] OSSErr failSystem(Probe probe, FailedCall call, LogArgs args = {}) noexcept {
     return answer(reportSystem(self_, probe, call, args));
   }
   [[nodiscard]] OSSErr failSystem(Probe probe, SysCall call, LogArgs args = {}) noexcept {
     return failSystem(probe, FailedCall{call}, args);
+  }
+
+  // Found by the system and told by a code only: maps the error, records an error trace point.
+  [[nodiscard]] OSSErr failUnlogged(Probe probe, SysCall call, uint32_t error) noexcept {
+    return answer(reportUnlogged(self_, probe, call, error));
   }
 
   // A data point. Its items are made only while tracing, so they must cost nothing to name.
@@ -166,8 +185,12 @@ class Operation {
   [[gnu::cold]] static OSSErr refuse(Func reportedAs, const uint64_t* version) noexcept;
   [[gnu::cold]] static OSSErr report(Func self, Probe probe, OSSErr rc, Level level,
                                      LogData data) noexcept;
+  [[gnu::cold]] static OSSErr reportCalled(Func self, Probe probe, Func called, OSSErr rc,
+                                           LogArgs args) noexcept;
   [[gnu::cold]] static OSSErr reportSystem(Func self, Probe probe, FailedCall call,
                                            LogArgs args) noexcept;
+  [[gnu::cold]] static OSSErr reportUnlogged(Func self, Probe probe, SysCall call,
+                                             uint32_t error) noexcept;
 
   const Func self_;
   OSSErr rc_ = ECF_OK;

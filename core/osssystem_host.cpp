@@ -15,9 +15,6 @@ void sleep(uint32_t milliseconds) noexcept {
 // The host's monotonic clock counts nanoseconds.
 uint64_t tickFrequency() noexcept { return 1'000'000'000; }
 
-// The format is the caller's, translated; the callers' arguments are checked against the original.
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-
 int formatBounded(char* buffer, size_t size, const char* format, va_list arguments) noexcept {
   std::string translated(format);
   for (size_t at = translated.find("I64"); at != std::string::npos; at = translated.find("I64", at))

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/ossoperation.h"
+#include "memory/ossmemdbg.h"
 #include "numeric/ossspintuning.h"
 #include "osscatalog.h"
 
@@ -161,6 +162,7 @@ void attachProcess() noexcept {
   SYSTEM_INFO system;
   ::GetSystemInfo(&system);
   initializeSpinTuning(system.dwNumberOfProcessors);
+  initializeMemDebug();
   detectPlatform();
 }
 
@@ -170,8 +172,7 @@ using namespace oss;
 
 void ossOneTimeOnly() noexcept {}
 
-// Nothing is kept of allocations so far, so there is no list to write.
-void ossTerminate() noexcept {}
+void ossTerminate() noexcept { listLeaksAtEnd(false); }
 
 uint32_t ossCheckTerminalServices(uint32_t mode) noexcept {
   Operation op(Func::ossCheckTerminalServices);

@@ -14,6 +14,7 @@
 // names the call, its error and its arguments. No operation retries, except a lock that waits.
 #pragma once
 
+#include "ossprimitivefile.h"  // one system handle and nothing else, for fault handlers
 #include "osstypes.h"
 
 // ---- open ----

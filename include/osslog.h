@@ -13,6 +13,8 @@
 // is dropped silently, with result 0. The same rule stops the log from logging its own failures.
 #pragma once
 
+#include "ossassert.h"   // reports of failed assertions, pointer checks
+#include "osshexdump.h"  // memory as text
 #include "osstypes.h"
 
 /// Where records go. 3 is not a destination.

@@ -125,6 +125,7 @@ int surprises() { return g_surprises; }
 int main(int argc, char** argv) {
   if (argc == 4 && std::strcmp(argv[1], "--hold-lock") == 0)
     return tour::holdLock(argv[2], argv[3]);
+  if (argc == 2 && std::strcmp(argv[1], "--leak") == 0) return tour::leak();
   if (argc == 2 && std::strcmp(argv[1], "--help") == 0) return tour::usage(stdout, 0);
 
   tour::Stage stage;
@@ -138,6 +139,8 @@ int main(int argc, char** argv) {
   tour::workOnTheCopy(stage);
   tour::lockFromTwoProcesses(stage);
   tour::convertNumbersAndTimes(stage);
+  tour::debugMemory(stage);
+  tour::runThreads(stage);
   tour::runIntoFailures(stage);
   tour::printLog(stage);
 

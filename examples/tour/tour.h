@@ -34,10 +34,15 @@ void readAndCopy(const Stage& stage);
 void workOnTheCopy(const Stage& stage);
 void lockFromTwoProcesses(const Stage& stage);
 void convertNumbersAndTimes(const Stage& stage);
+void debugMemory(const Stage& stage);
+void runThreads(const Stage& stage);
 void runIntoFailures(const Stage& stage);
 
 // The other process of an act: holds the lock of `file` from when it signals the event
 // "<name>.held" until it sees "<name>.done". Returns the process's exit code.
 int holdLock(const char* file, const char* name);
+
+// The other process of another act: allocates three blocks and frees one.
+int leak();
 
 }  // namespace tour

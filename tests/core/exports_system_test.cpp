@@ -6,9 +6,12 @@
 #include <algorithm>
 
 #include "harness/peimage.h"
+#include "ossassert.h"
 #include "osscatalog.h"
 #include "ossfile.h"
+#include "osshexdump.h"
 #include "osslog.h"
+#include "ossmemory.h"
 #include "ossnumeric.h"
 #include "ossprocess.h"
 #include "osstrace.h"

@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "core/osserrorlevel.h"
 #include "log/osslogfacility.h"
 #include "osscatalog.h"
 #include "ossprocess.h"
@@ -18,6 +19,7 @@ namespace oss::fakes {
 std::vector<std::string> g_calls;
 OSSErr g_mapped;
 uint64_t g_mappedLevel;
+uint64_t g_levelOfCode;
 std::function<void()> g_duringLog;
 
 std::string text(const char* format, ...) {
@@ -105,8 +107,13 @@ OSSErr ossErrorMapSystem(uint32_t funcId, uint64_t probe, uint64_t sysCallId, ui
                          uint64_t* logLevelOut) noexcept {
   note(text("map %08X probe %" PRIu64 " call %08" PRIX64 " error %" PRIu64, funcId, probe,
             sysCallId, sysError));
-  *logLevelOut = g_mappedLevel;
+  if (logLevelOut != nullptr) *logLevelOut = g_mappedLevel;
   return g_mapped;
+}
+
+uint64_t oss::logLevelOf(OSSErr rc) noexcept {
+  note(text("level %08X", rc));
+  return g_levelOfCode;
 }
 
 OSSErr oss::writeLogRecord(OSSLogFacility* facility, const LogEvent& event,

@@ -7,6 +7,7 @@
 //   entry  thread function
 //   data   thread function probe type {item type, length, bytes} ...
 //   map    function probe call error
+//   level  code
 //   log    facility function code probe level called #number {item type, size, bytes} ...
 //   error  thread function probe type extra {item type, length, bytes} ...
 //   exit   thread function code extra
@@ -27,6 +28,9 @@ extern std::vector<std::string> g_calls;
 // What the mapping answers.
 extern OSSErr g_mapped;
 extern uint64_t g_mappedLevel;
+
+// The level that the rule for codes answers.
+extern uint64_t g_levelOfCode;
 
 // Runs while a record is being written; may be empty.
 extern std::function<void()> g_duringLog;

@@ -478,7 +478,7 @@ OSSErr failWithItemsOutOfOrder() noexcept {
 }
 
 TEST_F(OperationTest, ItemsWhoseNumbersDoNotRiseAreCaught) {
-  EXPECT_DEATH(failWithItemsOutOfOrder(), "is_sorted");
+  EXPECT_DEATH(failWithItemsOutOfOrder(), "numbersRise");
 }
 
 TEST_F(OperationTest, ADataPointOfMoreThanThreeItemsIsCaught) {
