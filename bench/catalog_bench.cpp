@@ -11,6 +11,8 @@ namespace {
 
 using namespace oss::bench;
 
+constexpr int64_t kTurns = 500;
+
 // Runs the operation on each of the numbers in every turn. They come in an order that a processor
 // does not learn.
 template <class Operation>

@@ -9,6 +9,8 @@ namespace {
 
 using namespace oss::bench;
 
+constexpr int64_t kTurns = 30'000;
+
 // The lock and what it guards share a cache line, as they do where a latch lies in its record.
 template <class Latch>
 struct alignas(64) Guarded {

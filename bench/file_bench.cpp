@@ -1,12 +1,10 @@
 // Claim: reading and writing through a file handle costs hardly more than the system's own calls.
 //
-// Both sides move the same bytes within the system's cache, through the same system handle, and go
-// back to the file's start by the same call, once in many transfers.
+// Both sides move the same bytes within the system's cache, through the same system handle. A turn
+// goes from the file's start to its end.
 #include "ossfile.h"
 
 #include <windows.h>
-
-#include <vector>
 
 #include "osscatalog.h"
 #include "ratio.h"
@@ -15,99 +13,99 @@ namespace {
 
 using namespace oss::bench;
 
-constexpr uint64_t kPage = 4 * 1024;
-constexpr uint64_t kPiece = 1024 * 1024;
+constexpr int64_t kTurns = 16;
 
-// A file of some transfers' length, there as long as the object.
+constexpr DWORD kPage = 4 * 1024;
+constexpr DWORD kPiece = 1024 * 1024;
+
+// Aligned as the buffers of a buffer pool are.
+alignas(kPage) char g_buffer[kPiece];
+
+// A full file, there as long as the program. All benchmarks of a size share one.
+template <DWORD kSize>
 class BenchFile {
  public:
-  explicit BenchFile(uint64_t transferSize)
-      : buffer(transferSize, 'x'), transfers_(transferSize == kPage ? 256 : 8), left_(1) {
-    OSSFileOpenParam open;
-    open.path = "file_bench.tmp";
-    open.creation = OSS_FILE_CREATE_ALWAYS;
-    open.access = OSS_FILE_READ_WRITE;
-    open.flags = OSS_FILE_DELETE_ON_CLOSE;
-    isUsable_ = file.open(&open) == ECF_OK && fill();
+  static BenchFile& get() {
+    static BenchFile file;
+    return file;
   }
-  ~BenchFile() { static_cast<void>(file.close()); }  // which also deletes it
-  BenchFile(const BenchFile&) = delete;
-  BenchFile& operator=(const BenchFile&) = delete;
 
-  // Whether the next transfer finds its place.
-  bool next() {
-    if (--left_ != 0) return isUsable_;
-    left_ = transfers_;
-    return ::SetFilePointer(file.getFileHandle(), 0, nullptr, FILE_BEGIN) == 0;
+  // Runs the transfer, which tells whether it moved kSize bytes, over the whole file in each turn.
+  template <class Transfer>
+  void run(benchmark::State& state, Transfer moveOne) {
+    for (auto _ : state)
+      if (!moveAll(moveOne)) state.SkipWithError("the file cannot be read or written");
+    state.SetItemsProcessed(state.iterations() * kTransfers);
   }
 
   OSSHFile file;
-  std::vector<char> buffer;
 
  private:
-  // Written, not just extended: then every page lies in the system's cache.
-  bool fill() {
-    OSSFileWriteParam param;
-    param.buffer = buffer.data();
-    param.size = buffer.size();
-    for (uint64_t i = 0; i < transfers_; ++i)
-      if (file.write(&param, nullptr) != ECF_OK) return false;
-    return true;
-  }
+  static constexpr int64_t kTransfers = kSize == kPage ? 64 : 4;
 
-  const uint64_t transfers_;
-  uint64_t left_;
-  bool isUsable_;
+  BenchFile() {
+    OSSFileOpenParam open;
+    open.path = kSize == kPage ? "file_bench_page.tmp" : "file_bench_piece.tmp";
+    open.creation = OSS_FILE_CREATE_ALWAYS;
+    open.access = OSS_FILE_READ_WRITE;
+    open.flags = OSS_FILE_DELETE_ON_CLOSE;
+    if (file.open(&open) != ECF_OK) return;  // the first turn finds out
+
+    // Written, not just extended: then every page lies in the system's cache.
+    OSSFileWriteParam param;
+    param.buffer = g_buffer;
+    param.size = kSize;
+    moveAll([&] { return file.write(&param, nullptr) == ECF_OK; });
+  }
+  ~BenchFile() { static_cast<void>(file.close()); }  // which also deletes it
+
+  template <class Transfer>
+  bool moveAll(Transfer moveOne) {
+    bool moved = ::SetFilePointer(file.getFileHandle(), 0, nullptr, FILE_BEGIN) == 0;
+    for (int64_t i = 0; i < kTransfers; ++i) moved = moveOne() && moved;
+    return moved;
+  }
 };
 
-// Runs the transfer until the state has enough of it.
-template <class Transfer>
-void transfer(benchmark::State& state, BenchFile& bench, Transfer moveOnce) {
-  for (auto _ : state)
-    if (!bench.next() || !moveOnce()) {
-      state.SkipWithError("the file cannot be read or written");
-      return;
-    }
-}
+// ---- The library ----
 
-template <uint64_t kSize>
+template <DWORD kSize>
 void read(benchmark::State& state) {
-  BenchFile bench(kSize);
+  auto& bench = BenchFile<kSize>::get();
   OSSFileReadParam param;
   param.size = kSize;
   uint64_t count = 0;
-  transfer(state, bench,
-           [&] { return bench.file.read(&param, bench.buffer.data(), &count) == ECF_OK; });
+  bench.run(state, [&] { return bench.file.read(&param, g_buffer, &count) == ECF_OK; });
 }
 
-template <uint64_t kSize>
+template <DWORD kSize>
 void write(benchmark::State& state) {
-  BenchFile bench(kSize);
+  auto& bench = BenchFile<kSize>::get();
   OSSFileWriteParam param;
-  param.buffer = bench.buffer.data();
+  param.buffer = g_buffer;
   param.size = kSize;
   uint64_t count = 0;
-  transfer(state, bench, [&] { return bench.file.write(&param, &count) == ECF_OK; });
+  bench.run(state, [&] { return bench.file.write(&param, &count) == ECF_OK; });
 }
 
-template <uint64_t kSize>
+// ---- The system ----
+
+template <DWORD kSize>
 void rawRead(benchmark::State& state) {
-  BenchFile bench(kSize);
+  auto& bench = BenchFile<kSize>::get();
   const HANDLE file = bench.file.getFileHandle();
   DWORD count = 0;
-  transfer(state, bench, [&] {
-    return ::ReadFile(file, bench.buffer.data(), kSize, &count, nullptr) && count == kSize;
-  });
+  bench.run(state,
+            [&] { return ::ReadFile(file, g_buffer, kSize, &count, nullptr) && count == kSize; });
 }
 
-template <uint64_t kSize>
+template <DWORD kSize>
 void rawWrite(benchmark::State& state) {
-  BenchFile bench(kSize);
+  auto& bench = BenchFile<kSize>::get();
   const HANDLE file = bench.file.getFileHandle();
   DWORD count = 0;
-  transfer(state, bench, [&] {
-    return ::WriteFile(file, bench.buffer.data(), kSize, &count, nullptr) && count == kSize;
-  });
+  bench.run(state,
+            [&] { return ::WriteFile(file, g_buffer, kSize, &count, nullptr) && count == kSize; });
 }
 
 OSS_BENCHMARK(read<kPage>);

@@ -11,6 +11,8 @@ namespace {
 using namespace oss;
 using namespace oss::bench;
 
+constexpr int64_t kTurns = 200'000;
+
 constexpr uint64_t kFarthest = uint64_t{1} << 60;
 uint64_t g_position = 0;
 

@@ -10,6 +10,8 @@ namespace {
 
 using namespace oss::bench;
 
+constexpr int64_t kTurns = 50'000;
+
 void latchGuard(benchmark::State& state) {
   uint8_t latch = 0;
   for (auto _ : state) oss::LatchGuard guard(latch);

@@ -10,6 +10,8 @@ namespace {
 
 using namespace oss::bench;
 
+constexpr int64_t kTurns = 500;
+
 __extension__ typedef unsigned __int128 NativeUint;
 __extension__ typedef __int128 NativeSint;
 

@@ -10,6 +10,8 @@ namespace {
 
 using namespace oss::bench;
 
+constexpr int64_t kTurns = 50'000;
+
 OSS_BENCHMARK(getAndRelease<ByteLatch>);
 OSS_BENCHMARK(getAndRelease<VersionedLatch>);
 OSS_BENCHMARK(getAndRelease<BareLatchLikeImport>);

@@ -2,19 +2,23 @@
 #include "ratio.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace oss::bench {
 namespace {
 
-// Nanoseconds of one operation, over all repetitions of one benchmark.
+// Nanoseconds of one operation: the median of all runs of a benchmark, and the bounds that hold the
+// true median with a confidence of 95 %.
 struct Times {
   std::string name;
-  double lowerQuartile;
+  double low;
   double median;
-  double upperQuartile;
+  double high;
 };
 
 // A benchmark that does several operations in a turn says so by its items.
@@ -23,10 +27,15 @@ double nanosecondsOf(const benchmark::BenchmarkReporter::Run& run) {
   return items != run.counters.end() ? 1e9 / items->second.value : run.GetAdjustedRealTime();
 }
 
+// The bounds are samples themselves: how many lie below the true median is binomial, n / 2 with a
+// standard deviation of sqrt(n) / 2.
 Times timesOf(const std::string& name, std::vector<double> samples) {
   std::sort(samples.begin(), samples.end());
-  const auto at = [&](size_t quarters) { return samples[(samples.size() - 1) * quarters / 4]; };
-  return {name, at(1), at(2), at(3)};
+  const size_t last = samples.size() - 1;
+  const size_t middle = last / 2;
+  const auto spread = static_cast<size_t>(std::sqrt(static_cast<double>(samples.size())));
+  return {name, samples[middle - std::min(middle, spread)], samples[middle],
+          samples[std::min(last, middle + spread)]};
 }
 
 class ClaimReporter : public benchmark::BenchmarkReporter {
@@ -50,14 +59,14 @@ class ClaimReporter : public benchmark::BenchmarkReporter {
   }
 
   void Finalize() override {
-    std::printf("%-44s %10s   %s\n", "ns per operation", "median", "quartiles");
+    std::printf("%-44s %10s   %s\n", "ns per operation", "median", "95 %");
     std::sort(times_.begin(), times_.end(),
               [](const Times& a, const Times& b) { return a.name < b.name; });
     for (const Times& times : times_)
-      std::printf("%-44s %10.2f   %.2f..%.2f\n", times.name.c_str(), times.median,
-                  times.lowerQuartile, times.upperQuartile);
+      std::printf("%-44s %10.2f   %.2f..%.2f\n", times.name.c_str(), times.median, times.low,
+                  times.high);
 
-    std::printf("\n%-9s %8s %18s %6s %-7s  %s\n", "claim", "result", "quartiles", "reach", "",
+    std::printf("\n%-9s %8s %18s %6s %-7s  %s\n", "claim", "result", "95 %", "reach", "",
                 "measured : peer");
     for (const Claim& claim : kClaims) print(claim);
     std::fflush(stdout);
@@ -81,12 +90,10 @@ class ClaimReporter : public benchmark::BenchmarkReporter {
       std::printf("%-52s", "not measured");
     else if (claim.reach.nanoseconds != 0.0)
       printRow("ns over", claim.reach.nanoseconds, measured->median - peer->median,
-               measured->lowerQuartile - peer->upperQuartile,
-               measured->upperQuartile - peer->lowerQuartile);
+               measured->low - peer->high, measured->high - peer->low);
     else
       printRow("times", claim.reach.times, measured->median / peer->median,
-               measured->lowerQuartile / peer->upperQuartile,
-               measured->upperQuartile / peer->lowerQuartile);
+               measured->low / peer->high, measured->high / peer->low);
     std::printf("  %s : %s\n", claim.measured, claim.peer);
   }
 
@@ -101,7 +108,7 @@ class ClaimReporter : public benchmark::BenchmarkReporter {
 
 int run(int argc, char** argv) {
   // Defaults that the caller's own arguments override, for they come later.
-  std::string defaults[] = {"--benchmark_repetitions=31", "--benchmark_min_time=0.02",
+  std::string defaults[] = {"--benchmark_repetitions=101",
                             "--benchmark_enable_random_interleaving=true"};
   std::vector<char*> arguments = {argv[0]};
   for (std::string& argument : defaults) arguments.push_back(argument.data());
@@ -117,6 +124,11 @@ int run(int argc, char** argv) {
 }
 
 }  // namespace
+
+void beginTimeSlice(const benchmark::State&) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
 }  // namespace oss::bench
 
 int main(int argc, char** argv) { return oss::bench::run(argc, argv); }

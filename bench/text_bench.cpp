@@ -14,6 +14,8 @@ namespace {
 
 using namespace oss::bench;
 
+constexpr int64_t kTurns = 200;
+
 // Opens the conversions, which are for deriving classes.
 struct Number128 : Uint128 {
   using int128::strToInt128;

@@ -35,7 +35,7 @@ uint64_t targetOf(uint64_t base, int64_t offset) noexcept {
     const uint64_t back = 0 - static_cast<uint64_t>(offset);
     return back < base ? base - back : 0;
   }
-  const uint64_t forward = static_cast<uint64_t>(offset);
+  const auto forward = static_cast<uint64_t>(offset);
   return forward <= std::numeric_limits<uint64_t>::max() - base
              ? base + forward
              : std::numeric_limits<uint64_t>::max();

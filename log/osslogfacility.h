@@ -11,7 +11,7 @@ namespace oss {
 OSSLogFacility& defaultLogFacility() noexcept;
 
 // Writes one record; the core of ossLog, ossLogRC and ossLogSysRC. A null facility is the default.
-OSSErr writeLogRecord(OSSLogFacility* facility, const LogEvent& event,
+OSSErr writeLogRecord(OSSLogFacility* given, const LogEvent& event,
                       std::span<const LogArg> items) noexcept;
 
 // Installs a function that is asked for the facility's level before each record is filtered; null

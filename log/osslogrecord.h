@@ -52,7 +52,7 @@ struct LogStamp {
 int32_t zoneOffsetMinutes(int32_t localSecondOfDay, int32_t utcSecondOfDay) noexcept;
 
 // Composes the record and returns its length.
-size_t composeLogRecord(char (&text)[kRecordBytes], const LogEvent& event, const LogStamp& stamp,
+size_t composeLogRecord(char (&buffer)[kRecordBytes], const LogEvent& event, const LogStamp& stamp,
                         std::span<const LogArg> items) noexcept;
 
 // Writes into a composed record where it will lie in its file: the offset and the length of the

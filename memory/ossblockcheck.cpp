@@ -116,11 +116,10 @@ bool isStartCertain(const BlockView& block) noexcept {
          std::all_of(pad, pad + count, [](uint64_t guard) { return guard == kGuard; });
 }
 
-// The count of back pads tells where the trailer is: believed when it is the process's, or when a
-// trailer is there.
-bool isEndCertain(const BlockView& block) noexcept {
-  return block.layout.backPads() == g_memDebug.backPads ||
-         block.fullTrailer().mode == OSS_MEM_DEBUG_FULL;
+// The count of back pads tells where the trailer is. It is believed as far as any block can have
+// that many, so that a damaged one does not make guards of a stranger's memory.
+bool isEndPlausible(const BlockView& block) noexcept {
+  return block.layout.backPads() <= g_mostBackPads;
 }
 
 void checkFrontPads(const BlockView& block, const Findings& findings) noexcept {
@@ -152,7 +151,7 @@ Verdict checkFull(char* user, const BlockTag& tag, const Findings& findings) noe
   else
     findings.report(kFrontPad);
 
-  if (!isBackReadable(block) || !isEndCertain(block)) {
+  if (!isBackReadable(block) || !isEndPlausible(block)) {
     findings.report(kSizesDiffer);
     return {block.layout, isBlock, false};
   }

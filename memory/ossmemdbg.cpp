@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "core/ossprobe.h"
@@ -20,6 +21,7 @@ uint8_t g_bIsMemoryFFDCEnabledFlag = 0;
 namespace oss {
 
 constinit OSSMemDebugCB g_memDebug = {};
+constinit uint32_t g_mostBackPads = 0;
 
 namespace {
 
@@ -138,6 +140,7 @@ OSSErr ossMemSetDebug(uint32_t flags, uint32_t eyeCatcher, uint32_t frontPads,
   g_memDebug.flags = flags;
   g_memDebug.frontPads = frontPads;
   g_memDebug.backPads = backPads;
+  g_mostBackPads = std::max(g_mostBackPads, backPads);
   const bool toggles =
       (g_memDebug.eyeCatcher == OSS_MEM_DEBUG_NONE) != (eyeCatcher == OSS_MEM_DEBUG_NONE);
   if (toggles && g_memDebug.hasAllocated != 0) return ECF_MEM_CANNOT_TOGGLE_MEM_DEBUG_AFTER_ALLOC;

@@ -11,6 +11,9 @@ namespace oss {
 // while the process ends.
 extern OSSMemDebugCB g_memDebug;
 
+// The largest count of back pads that was ever chosen.
+extern uint32_t g_mostBackPads;
+
 // False in the mode NONE, whose blocks tell nothing about themselves.
 inline bool isDebugging() noexcept { return g_memDebug.eyeCatcher != OSS_MEM_DEBUG_NONE; }
 
@@ -44,7 +47,7 @@ bool hasLink(const FullRecord& record, FullRecord* FullRecord::*link,
 // Checks the heap block at a user address and reports what it finds. Returns the start of the
 // system's block, null when that is in doubt. With `retire` a block is also marked as freed and
 // taken out of the list of live blocks, unless the mode is NONE or the answer is null.
-void* checkBlock(void* user, const char* file, uint64_t line, bool retire) noexcept;
+void* checkBlock(void* address, const char* file, uint64_t line, bool retire) noexcept;
 
 // Writes the list of live blocks when the process ends and memory debugging asks for it.
 // \param othersAreDead  the process's other threads are gone, perhaps with the latch in their

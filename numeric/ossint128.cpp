@@ -185,7 +185,7 @@ double toDouble(const int128& value) noexcept {
   else
     mantissa = value.high() >> (drop - 64);
 
-  const auto exponent = static_cast<uint64_t>(width - 1 + kBias);
+  const auto exponent = static_cast<uint64_t>(int64_t{width} - 1 + kBias);
   return std::bit_cast<double>(exponent << kFractionBits | (mantissa & (kImplicitBit - 1)));
 }
 

@@ -1,6 +1,7 @@
 // Numbers and truth values from text, and the bounded formatter.
 #include "ossstring.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
@@ -36,13 +37,16 @@ struct Number {
   bool overflow = false;
 };
 
+// 0 to 9 and A to Z; a larger base has no more.
+constexpr int64_t kDigits = 36;
+
 // A base that the compiler knows, so that its multiplication becomes a shift or two.
 template <int64_t kBase>
 using Known = std::integral_constant<int64_t, kBase>;
 
 template <class Base>
 constexpr bool isDigit(uint8_t worth, Base base) noexcept {
-  return worth != kNoDigit && worth < static_cast<int64_t>(base);
+  return worth < std::min(static_cast<int64_t>(base), kDigits);
 }
 
 // The first kFitting digits are known to fit 64 bits in this base, and so are not watched.

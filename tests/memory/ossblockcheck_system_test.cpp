@@ -241,42 +241,77 @@ TEST_F(MemoryTest, ASizeThatReachesBeyondTheBlockIsReportedAndNotWrittenTo) {
   }
 }
 
-// Neither end of the block is where its counts say.
-TEST_F(MemoryTest, CountsOfPadsThatReachBeyondTheBlockAreReportedOnce) {
+// The block does not start where its count says: it is left alone.
+TEST_F(MemoryTest, ADamagedCountOfFrontPadsIsReportedOnce) {
   choose(kFull);
+  CallCounter freed("free");
+  void* const block = allocate(5);
   for (const uint32_t count : {0u, 1u, 3u, 258u, 65'538u, 0x20000002u, 0xFFFFFFFFu}) {
     SCOPED_TRACE(Message() << count << " pads");
-    void* const block = allocate(5);
     setWordAt<uint32_t>(block, -28, count);
     check(block);
     EXPECT_THAT(findings(), ElementsAre(kFullFront));
-    setWordAt<uint32_t>(block, -28, 2);
+    release(block);
+    EXPECT_THAT(findings(), ElementsAre(kFullFront));
+  }
+  EXPECT_EQ(freed.calls(), 0);
+  setWordAt<uint32_t>(block, -28, 2);
+  release(block);
+}
+
+// Nor does it end there; but it can be given back.
+TEST_F(MemoryTest, ACountOfBackPadsThatNoBlockCanHaveIsReportedOnce) {
+  // No test chooses more pads.
+  constexpr uint32_t kMost = 1024;
+  choose({OSS_MEM_DEBUG_FULL, 2, kMost});
+  choose(kFull);
+  CallCounter freed("free");
+  for (const uint32_t count : {kMost + 1, 65'538u, 0x20000002u, 0x80000002u, 0xFFFFFFFFu}) {
+    SCOPED_TRACE(Message() << count << " pads");
+    void* const block = allocate(5);
     setWordAt<uint32_t>(block, -24, count);
     check(block);
     EXPECT_THAT(findings(), ElementsAre(kFullSize));
     release(block);
     EXPECT_THAT(findings(), ElementsAre(kFullSize));
   }
+  EXPECT_EQ(freed.calls(), 5);
+}
+
+TEST_F(MemoryTest, ASmallerCountOfBackPadsFindsNoTrailer) {
+  choose(kFull);
+  void* const block = allocate(5);
+  setWordAt<uint32_t>(block, -24, 0);
+  check(block);
+  EXPECT_THAT(findings(), ElementsAre(backModeIs(0x600DBEEF), kFullSize));
+  release(block);
+  EXPECT_THAT(findings(), SizeIs(2));
 }
 
 // Taking it out would break the list, or write to a stranger's memory.
 TEST_F(MemoryTest, ABlockWhoseNeighboursDoNotKnowItIsReportedAndStaysInTheList) {
+  constexpr int64_t kNext = -80;
+  constexpr int64_t kPrevious = -72;
   choose(kFull);
   void* const older = allocate(1);
   void* const block = allocate(2);
   void* const newer = allocate(3);
   CallCounter freed("free");
-  for (const int64_t link : {-80, -72}) {
-    auto* const whole = wordAt<uint8_t*>(block, link);
-    for (uint8_t* const damaged :
-         {byteAt(nullptr, 8), byteAt(nullptr, -4096), whole + 1, whole + 8, byteAt(block, -80)}) {
-      setWordAt(block, link, damaged);
-      release(block);
-      EXPECT_THAT(findings(), ElementsAre(kFullFront));
-      EXPECT_EQ(markOf(block), kMarkAllocated);
-    }
+  const auto expectRefusal = [block](int64_t link, void* damaged) {
+    SCOPED_TRACE(damaged);
+    auto* const whole = wordAt<void*>(block, link);
+    setWordAt(block, link, damaged);
+    release(block);
+    EXPECT_THAT(findings(), ElementsAre(kFullFront));
+    EXPECT_EQ(markOf(block), kMarkAllocated);
     setWordAt(block, link, whole);
-  }
+  };
+  for (void* const damaged : {byteAt(nullptr, 8), byteAt(nullptr, -4096), byteAt(older, -79),
+                              byteAt(older, -72), byteAt(block, -80), byteAt(newer, -80)})
+    expectRefusal(kNext, damaged);
+  for (void* const damaged : {byteAt(nullptr, 0), byteAt(nullptr, 8), byteAt(nullptr, -4096),
+                              byteAt(newer, -79), byteAt(block, -80), byteAt(older, -80)})
+    expectRefusal(kPrevious, damaged);
   EXPECT_EQ(freed.calls(), 0);
   EXPECT_THAT(liveBlocks(), ElementsAre(newer, block, older));
   for (void* const each : {older, newer, block}) release(each);

@@ -178,6 +178,32 @@ TEST_F(AtABorder, ARecordThatReachesOverTheBorderIsNoneOfAnyMode) {
   }
 }
 
+// Two pages of pads in front of the block and two behind it, one of which is missing.
+TEST_F(AtABorder, PadsOverAPageThatIsMissingAreReported) {
+  constexpr uint32_t kPads = 1024;
+  constexpr size_t kPages = 6;
+  const MemoryMode mode = {OSS_MEM_DEBUG_FULL, kPads, kPads};
+  const auto memory = static_cast<char*>(::VirtualAlloc(nullptr, kPages * LonelyPage::kBytes,
+                                                        MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+  void* const copy = copyOf(mode, 1, memory + 512);
+  const auto checkWithout = [&](size_t page) {
+    DWORD protection;
+    EXPECT_TRUE(::VirtualProtect(memory + page * LonelyPage::kBytes, LonelyPage::kBytes,
+                                 PAGE_NOACCESS, &protection));
+    check(copy);
+    EXPECT_TRUE(::VirtualProtect(memory + page * LonelyPage::kBytes, LonelyPage::kBytes,
+                                 PAGE_READWRITE, &protection));
+    return findings();
+  };
+  check(copy);
+  EXPECT_THAT(findings(), IsEmpty());
+  EXPECT_THAT(checkWithout(0), ElementsAre(kFullFront));
+  EXPECT_THAT(checkWithout(1), ElementsAre(kFullFront));
+  EXPECT_THAT(checkWithout(3), ElementsAre(kFullSize));
+  EXPECT_THAT(checkWithout(4), ElementsAre(kFullSize));
+  ::VirtualFree(memory, 0, MEM_RELEASE);
+}
+
 // The list of live blocks knows who is in it.
 TEST_F(AtABorder, ACopyOfABlockOfFullIsNotReleased) {
   choose(kFull);

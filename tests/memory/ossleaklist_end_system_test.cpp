@@ -144,28 +144,6 @@ TEST_F(LeakListAtEnd, IsWrittenAlthoughADeadThreadHoldsTheLatch) {
   EXPECT_EQ(list(), listOfBoth());
 }
 
-// Threads that are killed wherever they are.
-CHILD_ROLE(leaveWhileOthersAllocate) {
-  leaveBlocks(arguments[0]);
-  static std::atomic<int> running = 0;
-  const auto allocateForEver = [](void*) -> DWORD {
-    ++running;
-    for (;;) release(allocate(16));
-  };
-  for (int i = 0; i < 4; ++i)
-    UniqueHandle(::CreateThread(nullptr, 0, allocateForEver, nullptr, 0, nullptr));
-  while (running != 4) ::SwitchToThread();
-  return 0;
-}
-
-TEST_F(LeakListAtEnd, DoesNotKeepAProcessAliveWhoseThreadsAllocate) {
-  for (int round = 0; round < 5; ++round) {
-    EXPECT_EQ(run("leaveWhileOthersAllocate", "LEAKS"), 0u);
-    const std::string name = listName(processId_, left_->threadId, "_leaks.mem");
-    EXPECT_THAT(readFile(dir_.file(name)), StartsWith(legendOf(dir_.path())));
-  }
-}
-
 // ---- Asked for ----------------------------------------------------------------------------------
 
 // The host's call writes the list, and the end writes it again.

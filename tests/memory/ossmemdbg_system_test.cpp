@@ -204,6 +204,8 @@ TEST_F(MemDebugLog, IsNotWrittenWithoutADirectory) {
   options.directory = dir_.path();
   EXPECT_EQ(runChild("startAndEnd", {}, options), 0u);
   EXPECT_THAT(dir_.names(), IsEmpty());
+  const std::string inTheRoot = dir_.path().substr(0, 3) + kLogName;
+  EXPECT_EQ(::GetFileAttributesA(inTheRoot.c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
 TEST_F(MemDebugLog, AnInvalidLevelLeavesTheDefaultMode) {

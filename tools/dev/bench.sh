@@ -32,7 +32,7 @@ needBenchmark() {
 onOneCore() { taskset -c 0 "$@"; }
 
 runBenchmarks() {
-  local filter=. results=build/bench/results programs program name
+  local filter=. results=build/bench/results programs program name failed=()
   case ${1:-} in
     --filter) filter=${2:?a regular expression must follow --filter} ;;
     '') ;;
@@ -53,8 +53,11 @@ runBenchmarks() {
     say "$name"
     (cd "$results" &&
       onOneCore "$root/cmake/wine-run.sh" "$root/$program" "--benchmark_filter=$filter" \
-        --benchmark_color=false "--benchmark_out=$name.json" --benchmark_out_format=json)
+        --benchmark_color=false "--benchmark_out=$name.json" --benchmark_out_format=json) ||
+      failed+=("$name")
   done < /dev/null
   stopWine
+
   say "the results are in $results"
+  [ ${#failed[@]} -eq 0 ] || die "benchmarks: ${failed[*]}"
 }
