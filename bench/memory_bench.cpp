@@ -6,8 +6,8 @@
 #include <random>
 #include <vector>
 
-#include "ossmemory.h"
 #include "osscatalog.h"
+#include "ossmemory.h"
 #include "ratio.h"
 
 namespace {
