@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -59,7 +60,8 @@ void fillPads(uint64_t* pad, uint32_t count) noexcept {
             .frontPads = layout.frontPads(),
             .backPads = layout.backPads(),
             .mode = OSS_MEM_DEBUG_FULL};
-  baseNameOf(source.file).copy(record.file, sizeof record.file - 1);
+  const std::string_view file = baseNameOf(source.file);
+  std::memcpy(record.file, file.data(), std::min(file.size(), sizeof record.file - 1));
   std::memset(block.slack(), kSlackFill, layout.slack());
   fillPads(block.backPad(), layout.backPads());
   block.fullTrailer() = {layout.size(), OSS_MEM_DEBUG_FULL};

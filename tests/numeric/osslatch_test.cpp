@@ -5,16 +5,18 @@
 
 #include <algorithm>
 #include <atomic>
-#include <barrier>
 #include <cstdio>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "harness/startline.h"
 #include "numeric/osslatchguard.h"
 #include "numeric/ossspintuning.h"
 #include "osscatalog.h"
+
+using osse_test::StartLine;
 
 namespace {
 
@@ -163,12 +165,12 @@ TEST_P(ConflictWait, NoUpdateUnderTheLatchIsLost) {
   int counter = 0;
   int inside = 0;
   int mostInside = 0;
-  std::barrier start(kThreads);
+  StartLine start(kThreads);
 
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i)
     threads.emplace_back([&] {
-      start.arrive_and_wait();
+      start.pass();
       for (int update = 0; update < kUpdates; ++update) {
         oss::LatchGuard guard(latch);
         mostInside = std::max(mostInside, ++inside);
