@@ -14,6 +14,8 @@ namespace {
 
 using namespace oss::bench;
 
+constexpr int64_t kTurns = 2;
+
 constexpr size_t kBytes = 4096;
 constexpr size_t kBytesPerLine = 16;
 constexpr size_t kLines = kBytes / kBytesPerLine;
