@@ -20,7 +20,7 @@ function(osse_test_program program)
   gtest_discover_tests(${program}
     WORKING_DIRECTORY ${OSSE_TEST_DIRECTORY}
     DISCOVERY_MODE PRE_TEST
-    DISCOVERY_TIMEOUT 60)
+    DISCOVERY_TIMEOUT 300)
 endfunction()
 
 # osse_test_objects(<program> <sources>)

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <optional>
 
+#include "harness/childprocess.h"
 #include "harness/importhook.h"
 #include "numeric/ossspintuning.h"
 #include "osscatalog.h"
@@ -144,8 +145,8 @@ TEST_F(DetectPlatform, FlagsThatAreSetStaySet) {
   EXPECT_EQ(detect(Version{kNt, 5, 0}), "NT 2k XP 2k3 Vista Longhorn terminal admin ");
 }
 
-TEST_F(DetectPlatform, AnAttachDetectsOnceAndTunesLatchesByTheProcessors) {
-  const OSSSpinTune before = oss::g_spinState.tune;
+// An attach does its work once in a process, so the test has one of its own.
+CHILD_ROLE(attachTwice) {
   ImportHook processors("GetSystemInfo", [](Call& call) {
     *call.argument<SYSTEM_INFO*>(0) = {};
     call.argument<SYSTEM_INFO*>(0)->dwNumberOfProcessors = 3;
@@ -166,7 +167,11 @@ TEST_F(DetectPlatform, AnAttachDetectsOnceAndTunesLatchesByTheProcessors) {
   EXPECT_EQ(tune.sleepIncrement, 0u);
   EXPECT_EQ(oss::g_spinState.processors, 3u);
   EXPECT_EQ(oss::g_spinState.initialized, 1u);
-  OSSLatch::updateSpinCounts(before);
+  return 0;
+}
+
+TEST_F(DetectPlatform, AnAttachDetectsOnceAndTunesLatchesByTheProcessors) {
+  EXPECT_EQ(runChild("attachTwice"), 0u);
 }
 
 }  // namespace

@@ -17,11 +17,6 @@ inline HANDLE handleOf(const OSSPrimitiveFileOp& file) {
   return handle;
 }
 
-inline bool isOpen(HANDLE handle) {
-  DWORD flags;
-  return ::GetHandleInformation(handle, &flags);
-}
-
 // Makes the file that long without writing its bytes; its file pointer goes back to the start.
 inline void stretch(HANDLE file, uint64_t size) {
   LARGE_INTEGER end;

@@ -9,7 +9,7 @@
 namespace osse_test {
 namespace {
 
-constexpr DWORD kPatienceMilliseconds = 90'000;
+constexpr DWORD kPatienceMilliseconds = 240'000;
 constexpr std::string_view kRoleOption = "--child=";
 
 // Every child belongs to one job, whose end ends them all: the system closes the job's only handle

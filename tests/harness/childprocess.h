@@ -45,7 +45,7 @@ class Child {
   Child& operator=(Child&&) = delete;
   ~Child();
 
-  // Waits for the end and returns the exit code. A child that does not end within 90 seconds
+  // Waits for the end and returns the exit code. A child that does not end within four minutes
   // fails the test and is killed.
   uint32_t wait();
 

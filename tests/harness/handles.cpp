@@ -1,8 +1,12 @@
 #include "harness/handles.h"
 
-#include <windows.h>
-
 namespace osse_test {
+
+bool isOpen(HANDLE handle) {
+  DWORD flags;
+  return ::GetHandleInformation(handle, &flags);
+}
+
 namespace {
 
 // Handles are multiples of four, and low ones are used again first.
@@ -10,10 +14,8 @@ size_t countedOneByOne() {
   constexpr uintptr_t kStep = 4;
   constexpr uintptr_t kHighest = 0x800;
   size_t count = 0;
-  for (uintptr_t value = kStep; value <= kHighest; value += kStep) {
-    DWORD flags;
-    if (::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) ++count;
-  }
+  for (uintptr_t value = kStep; value <= kHighest; value += kStep)
+    if (isOpen(reinterpret_cast<HANDLE>(value))) ++count;
   return count;
 }
 

@@ -45,7 +45,7 @@ Event::Event(const std::string& name)
 void Event::set() { EXPECT_TRUE(::SetEvent(event_.get())) << "error " << ::GetLastError(); }
 
 bool Event::wait() {
-  constexpr DWORD kPatienceMilliseconds = 30'000;
+  constexpr DWORD kPatienceMilliseconds = 120'000;
   return ::WaitForSingleObject(event_.get(), kPatienceMilliseconds) == WAIT_OBJECT_0;
 }
 

@@ -62,7 +62,7 @@ class Event {
 
   const std::string& name() const { return name_; }
   void set();
-  // False when nobody has set it within half a minute.
+  // False when nobody has set it within two minutes.
   [[nodiscard]] bool wait();
 
  private:

@@ -135,7 +135,7 @@ CHILD_ROLE(leaveWithTheLatchHeld) {
     return 0;
   };
   UniqueHandle thread(::CreateThread(nullptr, 0, hold, nullptr, 0, nullptr));
-  EXPECT_EQ(::WaitForSingleObject(held, 30'000), WAIT_OBJECT_0);
+  EXPECT_EQ(::WaitForSingleObject(held, 120'000), WAIT_OBJECT_0);
   return 0;
 }
 

@@ -32,7 +32,7 @@ class OSSHThreadTest : public Test {
     const HANDLE handle = fieldsOf(thread_).handle;
     work_.release();
     EXPECT_TRUE(work_.hasEnded());
-    EXPECT_EQ(::WaitForSingleObject(handle, 30'000), WAIT_OBJECT_0);
+    EXPECT_EQ(::WaitForSingleObject(handle, 120'000), WAIT_OBJECT_0);
   }
 
   // Expects that an operation of thread_ is refused with this one record and changes nothing.
@@ -404,7 +404,7 @@ TEST_F(OSSHThreadTest, TheDestructorLeavesTheHandleOfAThreadThatMustBeWaitedFor)
   }
   EXPECT_THAT(log_.records(), ElementsAre(FoundRecord(OSS_LOG_INFO, Func::OSSHThread_close, 20,
                                                       ECF_THREAD_MUST_WAIT)));
-  EXPECT_EQ(::WaitForSingleObject(handle, 30'000), WAIT_OBJECT_0);
+  EXPECT_EQ(::WaitForSingleObject(handle, 120'000), WAIT_OBJECT_0);
   ::CloseHandle(handle);
 }
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ostream>
 
+#include "harness/handles.h"
 #include "harness/importhook.h"
 #include "harness/logcapture.h"
 #include "harness/sharedobjects.h"
@@ -58,7 +59,7 @@ class Work {
     self->ended_.set();
   }
 
-  // Each false when it did not come to pass within half a minute.
+  // Each false when it did not come to pass within two minutes.
   [[nodiscard]] bool runs() { return runs_.wait(); }
   [[nodiscard]] bool hasEnded() { return ended_.wait() && isReleased_; }
 
@@ -73,11 +74,6 @@ class Work {
 };
 
 inline void doNothing(void*) {}
-
-inline bool isOpen(HANDLE handle) {
-  DWORD flags;
-  return ::GetHandleInformation(handle, &flags);
-}
 
 inline DWORD exitCodeOf(HANDLE thread) {
   DWORD code = STILL_ACTIVE;
