@@ -9,8 +9,11 @@
 
 #include "core/osserrorlevel.h"
 #include "log/osslogfacility.h"
+#include "memory/ossmemdbg.h"
+#include "numeric/ossspintuning.h"
 #include "osscatalog.h"
 #include "ossprocess.h"
+#include "osstime.h"
 #include "osstrace.h"
 #include "trace/gptrace.h"
 
@@ -128,4 +131,21 @@ OSSErr oss::writeLogRecord(OSSLogFacility* facility, const LogEvent& event,
   note(line);
   if (g_duringLog) g_duringLog();
   return ECF_FAILED;
+}
+
+// ---- What the operations call besides ----
+
+uint32_t ossSleep(uint32_t milliseconds) noexcept {
+  note(text("sleep %u", milliseconds));
+  return 0;
+}
+
+void oss::initializeSpinTuning(uint32_t processors) noexcept {
+  note(text("processors %u", processors));
+}
+
+void oss::initializeMemDebug() noexcept { note("memory debugging"); }
+
+void oss::listLeaksAtEnd(bool othersAreDead) noexcept {
+  note(othersAreDead ? "leaks, others dead" : "leaks, others alive");
 }

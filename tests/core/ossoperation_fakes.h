@@ -1,5 +1,5 @@
 // ossoperation_fakes.h - what the frame of an operation calls, in a program that has only the
-// frame.
+// frame and operations that need little else.
 //
 // Each fake writes its call down with all arguments as one line, so that the order of calls is a
 // list of lines, and then spoils the last error, as a call of the system might:
@@ -11,6 +11,8 @@
 //   log    facility function code probe level called #number {item type, size, bytes} ...
 //   error  thread function probe type extra {item type, length, bytes} ...
 //   exit   thread function code extra
+//
+// Of what the operations call besides, each is a line of its own: "sleep 100" and the like.
 //
 // One thread at a time.
 #pragma once

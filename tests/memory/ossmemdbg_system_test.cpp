@@ -166,6 +166,23 @@ TEST_F(MemDebugLog, ThatCannotBeWrittenIsNone) {
   EXPECT_THAT(dir_.names(), IsEmpty());
 }
 
+TEST_F(MemDebugLog, WhosePlaceIsTakenIsNone) {
+  // By a directory of its name, and where its directory should be by a file.
+  ASSERT_TRUE(::CreateDirectoryA(dir_.file(kLogName).c_str(), nullptr));
+  writeFile(dir_.file("file"), "bytes");
+  for (const std::string& directory : {dir_.path(), dir_.file("file")}) {
+    EXPECT_EQ(runChild("seeChoice",
+                       {std::to_string(OSS_MEM_DEBUG_FULL), std::to_string(0x2F), "1", directory},
+                       with(directory + ",LEAKS")),
+              0u);
+    EXPECT_EQ(runChild("seeChoice", {std::to_string(OSS_MEM_DEBUG_OFF), "0", "0", directory},
+                       with(directory + ",IDLE")),
+              0u);
+  }
+  EXPECT_THAT(dir_.names(), ElementsAre("file", kLogName));
+  EXPECT_EQ(readFile(dir_.file("file")), "bytes");
+}
+
 // A path that the system does not take is not cut to one that it takes.
 TEST_F(MemDebugLog, WithTooLongAPathIsNone) {
   std::string directory = dir_.path();
@@ -261,6 +278,30 @@ CHILD_ROLE(switchOffInTime) {
 
 TEST_F(MemDebugLog, DebuggingIsSwitchedOffAndOnBeforeTheFirstAllocation) {
   EXPECT_EQ(runChild("switchOffInTime", {}, with(dir_.path() + ",FULL")), 0u);
+}
+
+// ---- The latch ----------------------------------------------------------------------------------
+
+// Every call finds the latch held; somebody releases it while the call sleeps.
+CHILD_ROLE(findTheLatchHeld) {
+  ImportHook sleep("Sleep", [](Call&) { g_pMemDebugCB->latch = 0; });
+  int waits = 0;
+  const auto expectWait = [&](auto call) {
+    g_pMemDebugCB->latch = 0x80;
+    call();
+    EXPECT_EQ(sleep.calls(), ++waits);
+    EXPECT_EQ(g_pMemDebugCB->latch, 0);
+  };
+  void* block = nullptr;
+  expectWait([&] { block = allocate(5); });
+  expectWait([&] { release(block); });
+  expectWait([] { EXPECT_EQ(ossMemSetDebug(0, OSS_MEM_DEBUG_FULL, 1, 1), ECF_OK); });
+  expectWait([] { EXPECT_EQ(ossMemAllocList(1), ECF_OK); });
+  return 0;
+}
+
+TEST_F(MemDebugLog, TheLatchGuardsModeAndListOfLiveBlocks) {
+  EXPECT_EQ(runChild("findTheLatchHeld", {}, with(dir_.path() + ",FULL")), 0u);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <random>
 #include <thread>
 
+#include "harness/childprocess.h"
 #include "harness/handles.h"
 #include "harness/peimage.h"
 #include "harness/tempdir.h"
@@ -20,8 +21,8 @@ namespace {
 
 // ---- Threads ------------------------------------------------------------------------------------
 
-class Threads : public MemoryTest {
- protected:
+class Workers {
+ public:
   static constexpr int kThreads = 8;
   static constexpr int kSteps = 4000;
   static constexpr size_t kBlocks = 16;  // of one thread
@@ -32,9 +33,11 @@ class Threads : public MemoryTest {
     uint8_t content;
   };
 
+  enum class Checks : bool { No, Yes };
+
   // Allocates, checks and releases blocks, in a random order; what they hold must stay. Returns
   // the blocks that are left.
-  static std::vector<void*> work(uint32_t seed) {
+  static std::vector<void*> work(uint32_t seed, Checks checks) {
     std::mt19937 random(seed);
     std::array<Block, kBlocks> blocks = {};
     for (int step = 0; step < kSteps; ++step) {
@@ -44,7 +47,7 @@ class Threads : public MemoryTest {
         block.address = allocate(block.size, random() % 2);
         std::memset(block.address, block.content, block.size);
       } else if (random() % 3 == 0) {
-        check(block.address);
+        if (checks == Checks::Yes) check(block.address);
       } else {
         const uint8_t* const data = byteAt(block.address, 0);
         EXPECT_TRUE(std::all_of(data, data + block.size,
@@ -60,10 +63,11 @@ class Threads : public MemoryTest {
     return left;
   }
 
-  static std::vector<void*> workInThreads() {
+  static std::vector<void*> workInThreads(Checks checks = Checks::Yes) {
     std::array<std::vector<void*>, kThreads> left;
     std::vector<std::thread> threads;
-    for (uint32_t i = 0; i < kThreads; ++i) threads.emplace_back([&left, i] { left[i] = work(i); });
+    for (uint32_t i = 0; i < kThreads; ++i)
+      threads.emplace_back([&left, i, checks] { left[i] = work(i, checks); });
     for (std::thread& thread : threads) thread.join();
 
     std::vector<void*> all;
@@ -72,6 +76,7 @@ class Threads : public MemoryTest {
   }
 };
 
+class Threads : public MemoryTest, protected Workers {};
 class ThreadsInEachMode : public Threads, public WithParamInterface<MemoryMode> {};
 
 INSTANTIATE_TEST_SUITE_P(Modes, ThreadsInEachMode, Values(kOff, kLight, kFull));
@@ -88,6 +93,22 @@ TEST_P(ThreadsInEachMode, ThatAllocateAndReleaseLoseNoBlockAndDamageNone) {
   for (void* const block : left) release(block);
   choose(kFull);
   EXPECT_THAT(liveBlocks(), IsEmpty());
+}
+
+// Debugging can be switched off only before the first allocation. A check has no answer then, so
+// there is none.
+CHILD_ROLE(workInThreadsWithoutDebugging) {
+  EXPECT_EQ(ossMemSetDebug(OSS_MEM_FILL_NEW, OSS_MEM_DEBUG_NONE, 0, 0), ECF_OK);
+  collectFindings();
+  const std::vector<void*> left = Workers::workInThreads(Workers::Checks::No);
+  EXPECT_THAT(left, Not(IsEmpty()));
+  for (void* const block : left) release(block);
+  EXPECT_THAT(findings(), IsEmpty());
+  return 0;
+}
+
+TEST(ThreadsWithoutDebugging, ThatAllocateAndReleaseLoseNoBlockAndDamageNone) {
+  EXPECT_EQ(runChild("workInThreadsWithoutDebugging"), 0u);
 }
 
 // Blocks keep the mode in which they were allocated, whatever the others choose meanwhile.

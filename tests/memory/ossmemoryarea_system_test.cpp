@@ -1,4 +1,7 @@
 // The allocator's areas of the caller's memory.
+#include <algorithm>
+#include <random>
+
 #include "harness/childprocess.h"
 #include "harness/logcapture.h"
 #include "harness/sharedobjects.h"
@@ -122,6 +125,26 @@ TEST_F(Areas, RefuseTheReleaseOfWhatIsNotAllocatedInThem) {
   EXPECT_EQ(log.text(), "");
 }
 
+// Somebody releases the latch while the call sleeps; until then nothing has changed.
+TEST_F(Areas, AreUsedByOneCallAtATime) {
+  uint64_t firstFree = 32;
+  ImportHook sleep("Sleep", [&](Call&) {
+    EXPECT_EQ(area().firstFree, firstFree);
+    area().latch = 0;
+  });
+  area().latch = 0x80;
+  EXPECT_EQ(allocateChunk(10), ECF_OK);
+  EXPECT_EQ(sleep.calls(), 1);
+  EXPECT_EQ(area().firstFree, 56u);
+
+  firstFree = 56;
+  area().latch = 0x80;
+  EXPECT_EQ(releaseChunk(32, 10), ECF_OK);
+  EXPECT_EQ(sleep.calls(), 2);
+  EXPECT_EQ(area().firstFree, 32u);
+  EXPECT_EQ(area().latch, 0);
+}
+
 // A process that maps the memory elsewhere sees the same area.
 TEST_F(Areas, WorkAtAnyAddress) {
   SharedMemory here(4096);
@@ -159,6 +182,80 @@ TEST_F(Areas, ServeSeveralProcessesAtATime) {
   for (Child& child : children) count += child.wait();
   EXPECT_EQ(count, 169u);
   EXPECT_EQ(static_cast<OSSMemArea*>(memory.address())->firstFree, 0u);
+}
+
+// ---- Two processes at different addresses -------------------------------------------------------
+
+constexpr int kRounds = 30;
+constexpr uint64_t kChunks = 400;
+constexpr uint64_t kAreaBytes = 32 + 24 * kChunks;
+
+// The chunks that one of the two gives back in a round, in its order. Together they are all.
+std::vector<uint64_t> share(int round, bool isChild) {
+  std::mt19937 random(static_cast<uint32_t>(round));
+  std::vector<uint64_t> offsets;
+  for (uint64_t i = 0; i < kChunks; ++i)
+    if ((random() % 2 == 1) == isChild) offsets.push_back(32 + 24 * i);
+  std::shuffle(offsets.begin(), offsets.end(), random);
+  return offsets;
+}
+
+// All chunks are of one size, so whoever takes one, in the end all are taken.
+void takeShare(void* area, const std::vector<uint64_t>& offsets) {
+  void* nowhere = nullptr;
+  for (size_t i = 0; i < offsets.size(); ++i)
+    EXPECT_EQ(ossMemAlloc(&nowhere, area, 24, 0, kFile, kLine), ECF_OK);
+}
+
+void giveBackShare(void* area, const std::vector<uint64_t>& offsets) {
+  for (const uint64_t offset : offsets) {
+    void* chunk = static_cast<char*>(area) + offset;
+    EXPECT_EQ(ossMemFree(&chunk, area, 24, kFile, kLine), ECF_OK);
+  }
+}
+
+// Arguments: the memory, where the parent has it, and the two events.
+CHILD_ROLE(takeAndGiveBackChunks) {
+  SharedMemory here(arguments[0], kAreaBytes);
+  SharedMemory there(arguments[0], kAreaBytes);
+  const bool isElsewhere = reinterpret_cast<uint64_t>(here.address()) != std::stoull(arguments[1]);
+  void* const area = (isElsewhere ? here : there).address();
+  Event go(arguments[2]);
+  Event done(arguments[3]);
+  for (int round = 0; round < kRounds; ++round) {
+    const std::vector<uint64_t> offsets = share(round, true);
+    for (const auto step : {takeShare, giveBackShare}) {
+      EXPECT_TRUE(go.wait());
+      step(area, offsets);
+      done.set();
+    }
+  }
+  return 0;
+}
+
+TEST_F(Areas, AreWholeAgainWhenTwoProcessesHaveGivenEverythingBack) {
+  SharedMemory memory(kAreaBytes);
+  auto& shared = *static_cast<OSSMemArea*>(memory.address());
+  ASSERT_EQ(ossMemAreaInit(&shared, kAreaBytes), ECF_OK);
+  Event go;
+  Event done;
+  Child child = startChild(
+      "takeAndGiveBackChunks",
+      {memory.name(), std::to_string(reinterpret_cast<uint64_t>(&shared)), go.name(), done.name()});
+  for (int round = 0; round < kRounds; ++round) {
+    const std::vector<uint64_t> offsets = share(round, false);
+    for (const auto step : {takeShare, giveBackShare}) {
+      go.set();
+      step(&shared, offsets);
+      ASSERT_TRUE(done.wait());
+      EXPECT_EQ(shared.firstFree, step == takeShare ? 0u : 32u);
+      EXPECT_EQ(shared.latch, 0);
+    }
+    EXPECT_EQ(wordAt<uint64_t>(&shared, 32), 0u);
+    EXPECT_EQ(wordAt<uint64_t>(&shared, 32 + 8), 0u);
+    EXPECT_EQ(wordAt<uint64_t>(&shared, 32 + 16), 24 * kChunks);
+  }
+  EXPECT_EQ(child.wait(), 0u);
 }
 
 }  // namespace

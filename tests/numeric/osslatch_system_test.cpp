@@ -1,10 +1,12 @@
-// The latch between processes.
+// The latch of the DLL: between processes, and how a wait for it spends its time.
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <thread>
 #include <vector>
 
 #include "harness/childprocess.h"
+#include "harness/importhook.h"
 #include "harness/sharedobjects.h"
 #include "osslatch.h"
 
@@ -97,6 +99,73 @@ TEST(LatchOfTwoProcesses, AHolderThatEndsLeavesItHeld) {
   EXPECT_EQ(shared->latch, 0x80);
   EXPECT_EQ(ossWin32Lock8ReleaseAndReturnInternal(&shared->latch), 0x80);
   EXPECT_EQ(ossWin32Lock8ExchangeInternal(&shared->latch), 0);
+}
+
+// ---- Spinning and sleeping ----
+
+OSSSpinTune currentTune() {
+  OSSSpinTune tune;
+  OSSLatch::getSpinCounts(tune);
+  return tune;
+}
+
+// The library has read the number of processors while it was loaded.
+TEST(SpinTuningAtLoad, FollowsTheNumberOfProcessors) {
+  SYSTEM_INFO system;
+  ::GetSystemInfo(&system);
+  const DWORD processors = system.dwNumberOfProcessors;
+  const OSSSpinTune tune = currentTune();
+  EXPECT_EQ(tune.reserved0, processors == 1 ? 0u : processors == 2 ? 2u : 5u);
+  EXPECT_EQ(tune.spinCount, processors == 1   ? 0u
+                            : processors == 2 ? 10u
+                            : processors <= 4 ? 20u
+                                              : 30u);
+  EXPECT_EQ(tune.spinDelay, processors == 1 ? 0u : 50u);
+  EXPECT_EQ(tune.reserved3, 0u);
+  EXPECT_EQ(tune.sleepIncrement, 0u);
+}
+
+// How long a wait sleeps each time, when the latch is released in the last of so many sleeps.
+std::vector<DWORD> sleepsOfAWait(const OSSSpinTune& tune, size_t count) {
+  const OSSSpinTune atLoad = currentTune();
+  OSSLatch::updateSpinCounts(tune);
+  uint8_t latch = 0x80;
+  std::vector<DWORD> sleeps;
+  {
+    ImportHook hook("Sleep", [&](Call& call) {
+      sleeps.push_back(call.argument<DWORD>(0));
+      if (sleeps.size() == count) ossWin32Lock8ReleaseInternal(&latch);
+    });
+    ossLockGetConflict(&latch);
+  }
+  OSSLatch::updateSpinCounts(atLoad);
+  EXPECT_EQ(latch, 0x80);
+  return sleeps;
+}
+
+TEST(SleepsOfAWait, AreOneMillisecondEachWithoutAnIncrement) {
+  EXPECT_EQ(sleepsOfAWait({}, 1), (std::vector<DWORD>{1}));
+  EXPECT_EQ(sleepsOfAWait({}, 5), (std::vector<DWORD>{1, 1, 1, 1, 1}));
+  EXPECT_EQ(sleepsOfAWait({.spinCount = 10, .spinDelay = 50}, 4), (std::vector<DWORD>{1, 1, 1, 1}));
+}
+
+TEST(SleepsOfAWait, GrowByTheIncrementAndStartAnewBehindEightOfThem) {
+  EXPECT_EQ(sleepsOfAWait({.spinCount = 2, .spinDelay = 5, .sleepIncrement = 5}, 11),
+            (std::vector<DWORD>{1, 6, 11, 16, 21, 26, 31, 36, 1, 6, 11}));
+}
+
+// A wait that spins finds a release between its tries, and so does not sleep.
+TEST(SleepsOfAWait, AreNoneWhenTheLatchIsFreeAtATry) {
+  CallCounter sleeps("Sleep");
+  for (const uint32_t spinCount : {0u, 1u, 30u}) {
+    const OSSSpinTune atLoad = currentTune();
+    OSSLatch::updateSpinCounts({.spinCount = spinCount, .spinDelay = 50});
+    uint8_t latch = 0;
+    ossLockGetConflict(&latch);
+    OSSLatch::updateSpinCounts(atLoad);
+    EXPECT_EQ(latch, 0x80);
+  }
+  EXPECT_EQ(sleeps.calls(), 0);
 }
 
 }  // namespace
