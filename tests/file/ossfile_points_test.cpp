@@ -151,18 +151,6 @@ TEST_F(FilePoints, GetSizeShowsTheSize) {
               ElementsAre(entry(kGetSize), point(kGetSize, 30, uint64_t{10}), exitWith(kGetSize)));
 }
 
-// The order of every failure of the system.
-TEST_F(FilePoints, AFailedGetSizeIsMappedLoggedAndAnErrorPoint) {
-  uint64_t size = 0;
-  EXPECT_EQ(file_.getSize(&size), ECF_INVALID_PARAMETER);
-  EXPECT_THAT(calls(),
-              ElementsAre(entry(kGetSize), "map 081A0005 probe 20 call 0814007E error 6",
-                          "log default 081A0005 code 9000000C probe 20 level 4 system 0814007E "
-                          "error 6 #1 {-1 8 FFFFFFFFFFFFFFFF}",
-                          "error 0000000089ABCDEF 081A0005 probe 20 type 4 extra 0 {0 4 0C000090}",
-                          exitWith(kGetSize, ECF_INVALID_PARAMETER)));
-}
-
 TEST_F(FilePoints, ReadShowsCountAndSizeOfAShortReadAlone) {
   openFile();
   char buffer[16];
@@ -254,6 +242,106 @@ TEST_F(FilePoints, WhatAnOperationFindsItselfIsNoErrorPoint) {
   EXPECT_EQ(second.lock(&lock), ECF_FILE_LOCK);
   EXPECT_THAT(calls(), ElementsAre(entry(kLock), exitWith(kLock, ECF_FILE_LOCK)));
   EXPECT_EQ(second.close(), ECF_OK);
+}
+
+// ---- Failures of the system ----
+
+// Where a call failed, and under which identifiers its failure is mapped and logged.
+struct Failure {
+  unsigned probe;
+  unsigned mappedAs, loggedAs;
+  unsigned error;
+};
+
+// The calls behind the entry and the data points: the items are those of the record.
+std::vector<std::string> failing(unsigned function, const Failure& failure,
+                                 const std::string& items) {
+  return {text("map %08X probe %u call %08X error %u", function, failure.probe, failure.mappedAs,
+               failure.error),
+          text("log default %08X code 9000000C probe %u level 4 system %08X error %u", function,
+               failure.probe, failure.loggedAs, failure.error) +
+              items,
+          text("error 0000000089ABCDEF %08X probe %u type 4 extra 0 {0 4 0C000090}", function,
+               failure.probe),
+          exitWith(function, ECF_INVALID_PARAMETER)};
+}
+
+constexpr char kClosedHandle[] = " #1 {-1 8 FFFFFFFFFFFFFFFF}";
+
+TEST_F(FilePoints, AClosedHandleIsMappedLoggedAndAnErrorPointInThisOrder) {
+  const auto expectFailure = [](unsigned function, const Failure& failure, const std::string& items,
+                                auto operation) {
+    g_calls.clear();
+    EXPECT_EQ(operation(), ECF_INVALID_PARAMETER);
+    std::vector<std::string> expected = failing(function, failure, items);
+    expected.insert(expected.begin(), entry(function));
+    EXPECT_EQ(calls(), expected);
+  };
+  OSSFileSeekParam toCurrent;
+  toCurrent.origin = OSS_FILE_CURRENT;
+  const OSSFileSeekParam toStart;
+  const OSSFileSetSizeParam size;
+  const OSSFileLockParam lock(OSS_FILE_LOCK_EXCLUSIVE, OSS_FILE_LOCK_NO_WAIT);
+  uint64_t told = 0;
+  expectFailure(kClose, {20, 0x08140069, 0x08140069, 6}, kClosedHandle,
+                [&] { return file_.close(); });
+  expectFailure(kSeek, {130, 0x0814009A, 0x0814009A, 6}, kClosedHandle,
+                [&] { return file_.seek(&toCurrent, nullptr); });
+  expectFailure(kSeek, {140, 0x0814007E, 0x0814007E, 6}, kClosedHandle,
+                [&] { return file_.seek(&toStart, nullptr); });
+  expectFailure(kGetSize, {20, 0x0814007E, 0x0814007E, 6}, kClosedHandle,
+                [&] { return file_.getSize(&told); });
+  // Deliberate: mapped as a size query, logged as a move.
+  expectFailure(kSetSize, {110, 0x0814007E, 0x0814009A, 6}, kClosedHandle,
+                [&] { return file_.setSize(&size); });
+  expectFailure(kLock, {160, 0x08140087, 0x08140087, 6},
+                std::string(kClosedHandle) + " #2 {-1 4 03000000}",
+                [&] { return file_.lock(&lock); });
+  expectFailure(kUnlock, {20, 0x081400A3, 0x081400A3, 6}, kClosedHandle,
+                [&] { return file_.unlock(); });
+  expectFailure(kSync, {20, 0x08140076, 0x08140076, 6}, kClosedHandle,
+                [&] { return file_.sync(); });
+}
+
+TEST_F(FilePoints, AFailureFollowsTheDataPointsBeforeIt) {
+  const void* const bytes = "ab";
+  OSSFileWriteParam write;
+  write.buffer = bytes;
+  write.size = 2;
+  EXPECT_EQ(file_.write(&write, nullptr), ECF_INVALID_PARAMETER);
+  std::vector<std::string> expected =
+      failing(kWrite, {40, 0x081400A8, 0x081400A8, 6},
+              std::string(kClosedHandle) + " #2 {-5 2 6162} #3 {-3 8 0200000000000000}");
+  uint64_t* const nowhere = nullptr;
+  expected.insert(expected.begin(),
+                  {entry(kWrite), point(kWrite, 30, bytes, uint64_t{2}, nowhere)});
+  EXPECT_EQ(calls(), expected);
+
+  OSSFileReadParam read;
+  read.size = 2;
+  char buffer[2];
+  uint64_t count = 0;
+  EXPECT_EQ(file_.read(&read, buffer, &count), ECF_INVALID_PARAMETER);
+  expected = failing(kRead, {50, 0x08140092, 0x08140092, 6},
+                     std::string(kClosedHandle) + " #3 {-3 8 0200000000000000}");
+  expected.insert(expected.begin(), entry(kRead));
+  EXPECT_EQ(calls(), expected);
+}
+
+// Deliberate: mapped as a view, logged as a mapping.
+TEST_F(FilePoints, AFailedViewIsMappedUnderItsNameAndLoggedUnderTheMappings) {
+  openFile();
+  OSSFileMapParam param;
+  param.protection = OSS_FILE_MAP_READ_ONLY;
+  param.length = uint64_t{1} << 20;
+  void* view = nullptr;
+  EXPECT_EQ(file_.map(&param, &view), ECF_INVALID_PARAMETER);
+  const HANDLE handle = file_.getFileHandle();
+  std::vector<std::string> expected =
+      failing(kMap, {80, 0x0814008A, 0x0814006E, ERROR_ACCESS_DENIED},
+              " #1 {-1 8 " + itemOf(&handle, sizeof handle).substr(6));
+  expected.insert(expected.begin(), {entry(kMap), point(kMap, 10, param)});
+  EXPECT_EQ(calls(), expected);
 }
 
 }  // namespace
