@@ -47,10 +47,10 @@ std::string itemText(size_t number, const void* bytes, size_t size) {
                                          OSS_HEXDUMP_ADDRESS);
 }
 
-// Puts "<time>" for each local time of the last minute, in the C library's form.
+// Puts "<time>" for each local time of the last ten minutes, in the C library's form.
 std::string withoutTimes(std::string text) {
   const time_t now = std::time(nullptr);
-  for (time_t time = now - 60; time <= now; ++time) {
+  for (time_t time = now - 600; time <= now; ++time) {
     const std::string shown = std::asctime(std::localtime(&time));
     for (size_t at; (at = text.find(shown)) != std::string::npos;)
       text.replace(at, shown.size(), "<time>");

@@ -109,6 +109,27 @@ TYPED_TEST(AtomicOfEveryWidth, NoCompareAndSwapOfConcurrentThreadsIsLost) {
   EXPECT_EQ(this->word_, static_cast<TypeParam>(kThreads * kAdditions));
 }
 
+// Both ways of taking a latch let one thread in at a time. What they guard is a plain number.
+TYPED_TEST(AtomicOfEveryWidth, NoUpdateUnderALatchIsLost) {
+  constexpr int kUpdates = 2'000;
+  const auto countWith = [this](auto isRefused) {
+    this->word_ = 0;
+    int count = 0;
+    onAllThreads([&] {
+      for (int i = 0; i < kUpdates; ++i) {
+        while (isRefused(&this->word_)) std::this_thread::yield();
+        ++count;
+        oss::storeZero(&this->word_);
+      }
+    });
+    return count;
+  };
+  EXPECT_EQ(countWith([](volatile TypeParam* latch) { return oss::testAndSetHeld(latch); }),
+            kThreads * kUpdates);
+  EXPECT_EQ(countWith([](volatile TypeParam* latch) { return oss::exchangeHeld(latch) != 0; }),
+            kThreads * kUpdates);
+}
+
 // ---- The exported primitives ----
 
 TEST(AtomicPrimitive, ALatchByteIsExchangedWithHeldAndReturnsWhatItWas) {
