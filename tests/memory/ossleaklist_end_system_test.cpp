@@ -1,4 +1,6 @@
 // The list of live blocks at the end of a process, or of the library in it.
+#include <regex>
+
 #include "harness/childprocess.h"
 #include "harness/peimage.h"
 #include "harness/sharedobjects.h"
@@ -120,6 +122,38 @@ CHILD_ROLE(releaseOneAtExit) {
 TEST_F(LeakListAtEnd, IsWrittenBehindTheProgramsOwnCleanUp) {
   EXPECT_EQ(run("releaseOneAtExit", "LEAKS"), 0u);
   EXPECT_EQ(list(), legendOf(dir_.path()) + listOf(left_->older, 5) + kEquals);
+}
+
+TEST_F(LeakListAtEnd, GoesToStandardOutputWithoutItsDirectory) {
+  const std::string output = dir_.file("output");
+  EXPECT_EQ(runChild("leaveAndReturn", {left_.name()},
+                     {.environment = {{"OSSEMEMDBG", dir_.file("missing") + ",LEAKS"}},
+                      .outputFile = output}),
+            0u);
+  EXPECT_EQ(readFile(output), kHeading +
+                                  listedOnOutput(reinterpret_cast<const void*>(left_->newer), 6) +
+                                  listedOnOutput(reinterpret_cast<const void*>(left_->older), 5));
+}
+
+// Blocks are checked at the end as well; what is found goes to a file of its own.
+CHILD_ROLE(leaveADamagedBlock) {
+  leaveBlocks(arguments[0]);
+  *byteAt(reinterpret_cast<void*>(SharedBlock<LeftBehind>(arguments[0])->newer), 6) = 0;
+  return 0;
+}
+
+TEST_F(LeakListAtEnd, ReportsADamagedBlockAndGoesOn) {
+  EXPECT_EQ(run("leaveADamagedBlock", "LEAKS"), 0u);
+  const std::string list = listName(processId_, left_->threadId, "_leaks.mem");
+  const std::string findings = listName(processId_, left_->threadId, ".mem");
+  EXPECT_THAT(dir_.names(), ElementsAre(findings, list));
+  EXPECT_EQ(readFile(dir_.file(list)), listOfBoth());
+  EXPECT_EQ(std::regex_replace(readFile(dir_.file(findings)), std::regex("Time       = .*\n"),
+                               "Time       = now\n"),
+            "NON-FATAL ASSERTION FAILED!!!\r\nTime       = now\nExpr       = " +
+                std::string(kFullSlack) + "\r\nPID        = " + std::to_string(processId_) +
+                "\r\nTID        = " + std::to_string(left_->threadId) +
+                "\r\nFile       = a.c\r\nLine       = 4711\r\n");
 }
 
 // ---- The other threads --------------------------------------------------------------------------
