@@ -80,6 +80,20 @@ TEST_F(MemoryTest, TheFreeFlagRetiresABlockAndTellsItsStart) {
   EXPECT_THAT(liveBlocks(), IsEmpty());
 }
 
+TEST_F(MemoryTest, AnyOtherFreeFlagOnlyChecks) {
+  for (const MemoryMode& mode : kModes) {
+    choose(mode, OSS_MEM_FILL_FREED);
+    void* const block = allocate(5, OSS_MEM_ZERO);
+    for (const uint64_t flag : {uint64_t{2}, uint64_t{3}, uint64_t{1} << 32, ~uint64_t{0}}) {
+      void* address = block;
+      EXPECT_EQ(ossMemAllocCheck(&address, kFile, kLine, flag), ECF_OK);
+      EXPECT_EQ(address, block);
+      EXPECT_EQ(markOf(block), kMarkAllocated);
+    }
+    release(block);
+  }
+}
+
 TEST_F(MemoryTest, TheFreeFlagLeavesThePointerToWhatIsNoBlock) {
   choose(kFull);
   char memory[128] = {};

@@ -124,12 +124,14 @@ TEST_F(LeakList, IsWrittenInTheModeFullAlone) {
 
 // ---- On standard output -------------------------------------------------------------------------
 
-TEST_F(LeakList, WithTheDumpFlag0HasNoHeadingAndNoFile) {
+TEST_F(LeakList, WithAnyDumpFlagBut1HasNoHeadingAndNoFile) {
   void* const first = allocate(5);
   void* const second = allocate(6);
-  CapturedOutput output;
-  EXPECT_EQ(ossMemAllocList(0), ECF_OK);
-  EXPECT_EQ(output.text(), listedOnOutput(second, 6) + listedOnOutput(first, 5));
+  for (const uint64_t flag : {uint64_t{0}, uint64_t{2}, (uint64_t{1} << 32) + 1}) {
+    CapturedOutput output;
+    EXPECT_EQ(ossMemAllocList(flag), ECF_OK);
+    EXPECT_EQ(output.text(), listedOnOutput(second, 6) + listedOnOutput(first, 5)) << flag;
+  }
   EXPECT_THAT(dir_.names(), IsEmpty());
   release(first);
   release(second);
