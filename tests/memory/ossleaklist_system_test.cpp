@@ -151,6 +151,28 @@ TEST_F(LeakList, WithoutAFileGoesToStandardOutput) {
   release(block);
 }
 
+// ---- By terminating -----------------------------------------------------------------------------
+
+// Both conditions, and each of them alone.
+TEST_F(LeakList, IsWrittenByTerminatingWithTheCaptureOnAndADirectory) {
+  void* const block = allocate(5);
+  CapturedOutput output;
+  ossTerminate();
+  EXPECT_THAT(dir_.names(), IsEmpty());
+
+  g_bIsMemoryFFDCEnabledFlag = 1;
+  setDirectory("");
+  ossTerminate();
+  EXPECT_THAT(dir_.names(), IsEmpty());
+
+  setDirectory(dir_.path());
+  ossTerminate();
+  EXPECT_EQ(list(), kHeading + listedInFile(block, 5) + kEquals);
+  g_bIsMemoryFFDCEnabledFlag = 0;
+  EXPECT_EQ(output.text(), "");
+  release(block);
+}
+
 // ---- Damaged blocks -----------------------------------------------------------------------------
 
 // A finding goes to the same file; the list goes on behind it.
