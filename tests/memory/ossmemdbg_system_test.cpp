@@ -295,6 +295,17 @@ CHILD_ROLE(findTheLatchHeld) {
   void* block = nullptr;
   expectWait([&] { block = allocate(5); });
   expectWait([&] { release(block); });
+
+  // The request of the heap lies between the choice of the mode and the list.
+  {
+    ImportHook request("malloc", [](Call& call) {
+      g_pMemDebugCB->latch = 0x80;
+      return call.passOn();
+    });
+    block = allocate(5);
+  }
+  EXPECT_EQ(sleep.calls(), ++waits);
+  release(block);
   expectWait([] { EXPECT_EQ(ossMemSetDebug(0, OSS_MEM_DEBUG_FULL, 1, 1), ECF_OK); });
   expectWait([] { EXPECT_EQ(ossMemAllocList(1), ECF_OK); });
   return 0;
