@@ -391,4 +391,15 @@ TEST(OpenHandles, CountsWhatIsOpenedAndClosed) {
   EXPECT_EQ(openHandles(), before);
 }
 
+TEST(OpenHandles, AreToldFromThoseThatAreClosed) {
+  HANDLE handle = nullptr;
+  {
+    const UniqueHandle event(::CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    handle = event.get();
+    EXPECT_TRUE(isOpen(handle));
+  }
+  EXPECT_FALSE(isOpen(handle));
+  EXPECT_FALSE(isOpen(nullptr));
+}
+
 }  // namespace
