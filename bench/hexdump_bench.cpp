@@ -14,7 +14,7 @@ namespace {
 
 using namespace oss::bench;
 
-constexpr int64_t kTurns = 2;
+constexpr int64_t kTurns = 10;
 
 constexpr size_t kBytes = 4096;
 constexpr size_t kBytesPerLine = 16;
