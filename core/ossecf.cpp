@@ -146,10 +146,10 @@ struct Functions {
 };
 
 constexpr Functions functionsOf(uint32_t product, uint32_t component) {
+  if (product == 1 && component == 3) return {kOperationNames.data(), kOperationCount};
+  if (product == 1 && component == 2) return {kSystemCallNames.data(), kSystemCallCount};
   if (product == 0 || product > kProductCount) return {nullptr, 0};
   if (component == 0 || component > kComponentCounts[product]) return {nullptr, 0};
-  if (product == 1 && component == 2) return {kSystemCallNames.data(), kSystemCallCount};
-  if (product == 1 && component == 3) return {kOperationNames.data(), kOperationCount};
   return {};
 }
 

@@ -8,6 +8,17 @@
 namespace oss {
 namespace {
 
+constexpr uint32_t levelOf(OSSErr rc) {
+  switch (rc) {
+    case ECF_UNKNOWN:
+    case ECF_NO_MEMORY:
+    case ECF_FILE_PROCESS_MAX:
+    case ECF_FILE_DEVICE_UNAVAILABLE:
+    case ECF_FILE_SHARE: return OSS_LOG_ERROR;
+    default: return OSS_LOG_INFO;
+  }
+}
+
 // ---- Win32 errors: what GetLastError() gives, for every call but the two of the C run-time ----
 
 struct ErrorRow {
@@ -19,6 +30,7 @@ struct ErrorRow {
 // Deliberate, in the last column: it is not the mirror of the codes. Several errors have none, and
 // three share one that is not their own.
 constexpr ErrorRow kErrors[] = {
+    {0, ECF_UNKNOWN, nullptr},  // every error that has no row of its own
     {2, ECF_FILE_DOESNT_EXIST, "ERROR_FILE_NOT_FOUND"},
     {3, ECF_FILE_PATH_DOESNT_EXIST, "ERROR_PATH_NOT_FOUND"},
     {5, ECF_ACCESS_DENIED, "ERROR_ACCESS_DENIED"},
@@ -39,7 +51,7 @@ constexpr ErrorRow kErrors[] = {
     {126, ECF_FILE_DOESNT_EXIST, "ERROR_MOD_NOT_FOUND"},  // Deliberate: a module is a file here.
     {127, ECF_LIB_FUNC_NOT_FOUND, "ERROR_PROC_NOT_FOUND"},
     {145, ECF_FILE_DIR_NOT_EMPTY, "ERROR_DIR_NOT_EMPTY"},
-    {183, ECF_FILE_EXISTS, "ERROR_ALREADY_EXISTS"},  // but see mapWin32
+    {183, ECF_FILE_EXISTS, "ERROR_ALREADY_EXISTS"},  // but see map
     {206, ECF_FILE_NAME_TOO_LONG, "ERROR_FILENAME_EXCED_RANGE"},
     {234, ECF_BUFFER_TOO_SMALL, "ERROR_MORE_DATA"},
     {240, ECF_SESSION_CANCELED, "ERROR_VC_DISCONNECTED"},
@@ -52,40 +64,41 @@ constexpr ErrorRow kErrors[] = {
     {1455, ECF_NO_MEMORY, nullptr},
 };
 
-constexpr ErrorRow kUnknown = {0, ECF_UNKNOWN, nullptr};
 constexpr uint64_t kGreatestError = 1455;
-static_assert(std::size(kErrors) < 255 && std::end(kErrors)[-1].error == kGreatestError);
+static_assert(std::size(kErrors) < 256 && std::end(kErrors)[-1].error == kGreatestError);
 
-// One byte for each error: 1 + its row, or 0.
+// ---- The same as one load of a byte and one of a row ----
+
+// What an error is answered with. The order of failures is nobody's to foresee, so the level is
+// looked up with the code rather than told by branches.
+struct Answer {
+  OSSErr code;
+  uint32_t level;
+  const char* name = nullptr;
+};
+
+constexpr Answer answerWith(OSSErr code, const char* name = nullptr) {
+  return {code, levelOf(code), name};
+}
+
+consteval auto answersByRow() {
+  std::array<Answer, std::size(kErrors)> answers{};
+  for (size_t row = 0; row < answers.size(); ++row)
+    answers[row] = answerWith(kErrors[row].code, kErrors[row].name);
+  return answers;
+}
+constexpr auto kAnswers = answersByRow();
+
 consteval auto rowsByError() {
   std::array<uint8_t, kGreatestError + 1> rows{};
   for (size_t row = 0; row < std::size(kErrors); ++row)
-    rows[kErrors[row].error] = static_cast<uint8_t>(row + 1);
+    rows[kErrors[row].error] = static_cast<uint8_t>(row);
   return rows;
 }
 constexpr auto kRowsByError = rowsByError();
 
-const ErrorRow& rowOf(uint64_t error) {
-  const uint32_t row = error <= kGreatestError ? kRowsByError[error] : 0;
-  return row != 0 ? kErrors[row - 1] : kUnknown;
-}
-
-constexpr uint64_t kErrorNone = 0;
-constexpr uint64_t kErrorAlreadyExists = 183;
-
-constexpr bool is(uint64_t sysCallId, SysCall call) {
-  return sysCallId == static_cast<uint32_t>(call);
-}
-
-OSSErr mapWin32(uint64_t call, uint64_t error) {
-  if (error == kErrorAlreadyExists) [[unlikely]] {
-    if (is(call, SysCall::CreateFileMappingA)) return ECF_MEM_EXISTS;
-    if (is(call, SysCall::CreateSemaphoreA)) return ECF_SEM_EXISTS;
-  }
-  // An empty slot reads as null without an error: it was never set.
-  if (error == kErrorNone && is(call, SysCall::TlsGetValue)) [[unlikely]]
-    return ECF_INVALID_INVOCATION_SEQUENCE;
-  return rowOf(error).code;
+const Answer& answerTo(uint64_t error) {
+  return kAnswers[error <= kGreatestError ? kRowsByError[error] : 0];
 }
 
 // ---- errno, for the two calls of the C run-time ----
@@ -107,26 +120,33 @@ OSSErr mapStat(uint64_t error) {
   }
 }
 
-OSSErr map(uint64_t call, uint64_t error) {
+// ---- Calls with answers of their own ----
+
+constexpr uint64_t kErrorNone = 0;
+constexpr uint64_t kErrorAlreadyExists = 183;
+
+constexpr bool is(uint64_t sysCallId, SysCall call) {
+  return sysCallId == static_cast<uint32_t>(call);
+}
+
+Answer map(uint64_t call, uint64_t error) {
   if (is(call, SysCall::Access)) [[unlikely]]
-    return mapAccess(error);
+    return answerWith(mapAccess(error));
   if (is(call, SysCall::Stat)) [[unlikely]]
-    return mapStat(error);
-  return mapWin32(call, error);
+    return answerWith(mapStat(error));
+  if (is(call, SysCall::CreateFileMappingA) && error == kErrorAlreadyExists) [[unlikely]]
+    return answerWith(ECF_MEM_EXISTS);
+  if (is(call, SysCall::CreateSemaphoreA) && error == kErrorAlreadyExists) [[unlikely]]
+    return answerWith(ECF_SEM_EXISTS);
+  // An empty slot reads as null without an error: it was never set.
+  if (is(call, SysCall::TlsGetValue) && error == kErrorNone) [[unlikely]]
+    return answerWith(ECF_INVALID_INVOCATION_SEQUENCE);
+  return answerTo(error);
 }
 
 }  // namespace
 
-uint64_t logLevelOf(OSSErr rc) noexcept {
-  switch (rc) {
-    case ECF_UNKNOWN:
-    case ECF_NO_MEMORY:
-    case ECF_FILE_PROCESS_MAX:
-    case ECF_FILE_DEVICE_UNAVAILABLE:
-    case ECF_FILE_SHARE: return OSS_LOG_ERROR;
-    default: return OSS_LOG_INFO;
-  }
-}
+uint64_t logLevelOf(OSSErr rc) noexcept { return levelOf(rc); }
 
 }  // namespace oss
 
@@ -134,15 +154,15 @@ using namespace oss;
 
 OSSErr ossErrorMapSystem(uint32_t /*funcId*/, uint64_t /*probe*/, uint64_t sysCallId,
                          uint64_t sysError, uint64_t* logLevelOut) noexcept {
-  const OSSErr rc = map(sysCallId, sysError);
-  if (logLevelOut != nullptr) *logLevelOut = logLevelOf(rc);
-  return rc;
+  const Answer answer = map(sysCallId, sysError);
+  if (logLevelOut != nullptr) *logLevelOut = answer.level;
+  return answer.code;
 }
 
 const char* ossErrorNameMapSystem(uint64_t sysCallId, uint64_t sysError) noexcept {
   if (is(sysCallId, SysCall::Access))
     return sysError == 13 ? "EACCES" : sysError == 22 ? "EINVAL" : nullptr;
   if (is(sysCallId, SysCall::Stat)) return sysError == 2 ? "ENOENT" : nullptr;
-  if (sysError == kErrorNone) return is(sysCallId, SysCall::TlsGetValue) ? "NO_ERROR" : nullptr;
-  return rowOf(sysError).name;
+  if (is(sysCallId, SysCall::TlsGetValue) && sysError == kErrorNone) return "NO_ERROR";
+  return answerTo(sysError).name;
 }

@@ -53,24 +53,25 @@ constexpr bool isDigit(uint8_t worth, Base base) noexcept {
 template <int kFitting, class Base>
 [[gnu::always_inline]] inline Number readDigits(const char* text, Base base) noexcept {
   const auto factor = static_cast<uint64_t>(static_cast<int64_t>(base));
-  Number number{0, text};
+  uint64_t value = 0;
   uint8_t worth = 0;
 
   const char* const watched = text + kFitting;
-  for (; number.end != watched; ++number.end) {
-    if (!isDigit(worth = worthOf(*number.end), base)) return number;
-    number.value = number.value * factor + worth;
+  for (; text != watched; ++text) {
+    if (!isDigit(worth = worthOf(*text), base)) return {value, text};
+    value = value * factor + worth;
   }
 
-  for (; isDigit(worth = worthOf(*number.end), base); ++number.end) {
-    const uint64_t next = number.value * factor + worth;
+  bool overflow = false;
+  for (; isDigit(worth = worthOf(*text), base); ++text) {
+    const uint64_t next = value * factor + worth;
     // Deliberate: a value that wraps and still grows goes unnoticed.
-    if (number.overflow || number.value == ~uint64_t{0} || next < number.value)
-      number.overflow = true;
+    if (overflow || value == ~uint64_t{0} || next < value)
+      overflow = true;
     else
-      number.value = next;
+      value = next;
   }
-  return number;
+  return {value, text, overflow};
 }
 
 // ---- Prefixes ----
@@ -80,8 +81,8 @@ bool startsWith0x(const char* text) noexcept {
 }
 
 int64_t detectBase(const char* text) noexcept {
-  if (startsWith0x(text)) return 16;
-  return text[0] == '0' ? 8 : 10;  // a 0 alone is 0 in either
+  if (text[0] != '0') return 10;
+  return startsWith0x(text) ? 16 : 8;  // a 0 alone is 0 in either
 }
 
 [[gnu::always_inline]] inline Number readUnsigned(const char* text, int64_t base) noexcept {
@@ -114,26 +115,39 @@ struct Range {
 constexpr Range kSigned = {kMostNegative, kLargestSigned, kMostNegative};
 constexpr Range kUnsigned = {kLargestUnsigned, kLargestUnsigned, kLargestUnsigned};
 
+// The first character behind white space and a sign, and whether that is a minus.
+struct Start {
+  const char* at;
+  bool isNegative = false;
+};
+
+Start skipSign(const char* text) noexcept {
+  while (oss::isSpace(*text)) ++text;
+  const bool isNegative = *text == '-';
+  return {isNegative || *text == '+' ? text + 1 : text, isNegative};
+}
+
+template <Range kRange>
+uint64_t signedValue(const Number& number, bool isNegative) noexcept {
+  if (number.overflow ||
+      number.value > (isNegative ? kRange.largestNegative : kRange.largestPositive)) {
+    errno = ERANGE;
+    return isNegative ? kRange.onNegativeOverflow : kRange.largestPositive;
+  }
+  return isNegative ? 0 - number.value : number.value;
+}
+
 template <Range kRange>
 uint64_t readInteger(const char* text, char** end, int64_t base) noexcept {
   const char* stop = text;
   uint64_t result = 0;
   if (text != nullptr) {
-    const char* at = text;
-    while (oss::isSpace(*at)) ++at;
-    const bool negative = *at == '-';
-    if (negative || *at == '+') ++at;
-
-    if (*at != '\0' && !oss::isSpace(*at)) {
-      const Number number = readUnsigned(at, base);
+    // Most texts begin with a digit.
+    const Start start = isDigit(worthOf(*text), Known<10>()) ? Start{text} : skipSign(text);
+    if (*start.at != '\0' && !oss::isSpace(*start.at)) {
+      const Number number = readUnsigned(start.at, base);
       stop = number.end;
-      if (number.overflow ||
-          number.value > (negative ? kRange.largestNegative : kRange.largestPositive)) {
-        errno = ERANGE;
-        result = negative ? kRange.onNegativeOverflow : kRange.largestPositive;
-      } else {
-        result = negative ? 0 - number.value : number.value;
-      }
+      result = signedValue<kRange>(number, start.isNegative);
     }
   }
 
