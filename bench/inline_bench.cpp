@@ -22,30 +22,10 @@ OSS_BENCHMARK(getAndRelease<StdMutex>);
 OSS_BENCHMARK(getAndRelease<CriticalSection>);
 OSS_BENCHMARK(getAndRelease<SrwLock>);
 
-void add(benchmark::State& state) {
-  uint32_t target = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(oss::fetchAndAdd<uint32_t>(&target, 3));
-}
-
-void addBare(benchmark::State& state) {
-  uint32_t target = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(bareFetchAndAdd(&target, 3));
-}
-
-// Every other swap succeeds.
-void swap(benchmark::State& state) {
-  uint64_t target = 0;
-  uint64_t desired = 0;
-  for (auto _ : state)
-    benchmark::DoNotOptimize(oss::compareAndSwap<uint64_t>(&target, desired ^= 1, 0));
-}
-
-void swapBare(benchmark::State& state) {
-  uint64_t target = 0;
-  uint64_t desired = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(bareCompareAndSwap(&target, desired ^= 1, 0));
-}
-
+void add(benchmark::State& state) { addTo<oss::fetchAndAdd<uint32_t>>(state); }
+void addBare(benchmark::State& state) { addTo<bareFetchAndAdd>(state); }
+void swap(benchmark::State& state) { swapIn<oss::compareAndSwap<uint64_t>>(state); }
+void swapBare(benchmark::State& state) { swapIn<bareCompareAndSwap>(state); }
 OSS_BENCHMARK(add);
 OSS_BENCHMARK(addBare);
 OSS_BENCHMARK(swap);

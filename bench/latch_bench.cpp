@@ -20,32 +20,10 @@ OSS_BENCHMARK(getAndRelease<StdMutex>);
 OSS_BENCHMARK(getAndRelease<CriticalSection>);
 OSS_BENCHMARK(getAndRelease<SrwLock>);
 
-void add(benchmark::State& state) {
-  uint32_t target = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(ossWin32FetchAndAdd32Internal(&target, 3));
-}
-
-void addLikeImport(benchmark::State& state) {
-  uint32_t target = 0;
-  for (auto _ : state) benchmark::DoNotOptimize(likeImport<&bareFetchAndAdd>(&target, 3));
-}
-
-// Every other swap succeeds.
-void swap(benchmark::State& state) {
-  uint64_t target = 0;
-  uint64_t desired = 0;
-  for (auto _ : state)
-    benchmark::DoNotOptimize(
-        ossWindowsAMD64CompareSwapAndReturn64Internal(&target, desired ^= 1, 0));
-}
-
-void swapLikeImport(benchmark::State& state) {
-  uint64_t target = 0;
-  uint64_t desired = 0;
-  for (auto _ : state)
-    benchmark::DoNotOptimize(likeImport<&bareCompareAndSwap>(&target, desired ^= 1, 0));
-}
-
+void add(benchmark::State& state) { addTo<ossWin32FetchAndAdd32Internal>(state); }
+void addLikeImport(benchmark::State& state) { addTo<likeImport<&bareFetchAndAdd>>(state); }
+void swap(benchmark::State& state) { swapIn<ossWindowsAMD64CompareSwapAndReturn64Internal>(state); }
+void swapLikeImport(benchmark::State& state) { swapIn<likeImport<&bareCompareAndSwap>>(state); }
 OSS_BENCHMARK(add);
 OSS_BENCHMARK(addLikeImport);
 OSS_BENCHMARK(swap);

@@ -1,5 +1,5 @@
 // locks.h - the library's latches and the locks they are measured against, behind one pair of
-// names, and the loop that measures one of them alone.
+// names, and the loops that measure one of them, or one atomic step, alone.
 //
 // Always true: default-constructed each is free, and get() returns when the caller holds it, except
 // that the bare latches do not wait.
@@ -94,7 +94,7 @@ class StdMutex {
   std::mutex mutex_;
 };
 
-// ---- The loop ----
+// ---- The loops ----
 
 template <class Lock>
 void getAndRelease(benchmark::State& state) {
@@ -103,6 +103,20 @@ void getAndRelease(benchmark::State& state) {
     lock.get();
     lock.release();
   }
+}
+
+template <auto& kFetchAndAdd>
+void addTo(benchmark::State& state) {
+  uint32_t target = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(kFetchAndAdd(&target, 3));
+}
+
+// Every other swap succeeds.
+template <auto& kCompareAndSwap>
+void swapIn(benchmark::State& state) {
+  uint64_t target = 0;
+  uint64_t desired = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(kCompareAndSwap(&target, desired ^= 1, 0));
 }
 
 }  // namespace oss::bench
