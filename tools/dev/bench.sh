@@ -31,18 +31,35 @@ needBenchmark() {
 # times faster, and steady.
 onOneCore() { taskset -c 0 "$@"; }
 
-runBenchmarks() {
-  local filter=. results=build/bench/results programs program name failed=()
-  case ${1:-} in
-    --filter) filter=${2:?a regular expression must follow --filter} ;;
-    '') ;;
-    *) die "bench takes --filter RE or nothing" ;;
-  esac
-
+# Leaves the programs in `programs`.
+buildBenchmarks() {
   needBenchmark
   build bench --target benches
   programs=(build/bench/bin/*_bench.exe)
   [ -e "${programs[0]}" ] || die "bench/CMakeLists.txt declares no benchmark"
+}
+
+benchUsage() {
+  cat << 'TEXT'
+usage: ./dev bench [--filter RE]
+
+Builds the benchmarks and runs them on one core, each a hundred times; prints medians and, claim by
+claim, how they relate. The results go to build/bench/results as JSON.
+
+  --filter RE  run only the benchmarks whose name the regular expression finds
+TEXT
+}
+
+runBenchmarks() {
+  local filter=. results=build/bench/results programs program name failed=()
+  case ${1:-} in
+    --filter) filter=${2:?a regular expression must follow --filter} ;;
+    --help | -h) benchUsage && return ;;
+    '') ;;
+    *) benchUsage >&2 && exit 2 ;;
+  esac
+
+  buildBenchmarks
   mkdir -p "$results"
   warmWine
   stopWine

@@ -3,9 +3,10 @@
 # others found. Sourced by ./dev.
 # shellcheck shell=bash
 
+. tools/dev/bench.sh
 . tools/dev/surface.sh
 
-checks=(format scripts paths headers surface asan tsan fuzz debug tidy)
+checks=(format scripts paths headers surface asan tsan fuzz debug tidy bench)
 
 # Files that are, or by the next commit will be, the project's.
 ownFiles() { git ls-files --cached --others --exclude-standard -- "$@"; }
@@ -92,6 +93,22 @@ check_tidy() {
   configure mingw-clang
   run-clang-tidy-14 -quiet -j "$jobs" -p build/mingw-clang "$sources" 2>&1 |
     sed 's/\x1b\[[0-9;]*m//g; /warnings\? generated\.$/d; /^clang-tidy-14 /d'
+}
+
+# Every benchmark does its work, once, and every claim finds its two. Whether a claim is met is for
+# ./dev bench, on a machine that has nothing else to do.
+check_bench() {
+  local programs program output=build/bench/once.txt broken=0
+  buildBenchmarks
+  warmWine
+  for program in "${programs[@]}"; do
+    cmake/wine-run.sh "$program" --benchmark_repetitions=1 > "$output" &&
+      grep -q 'measured : peer' "$output" && ! grep -q 'not measured' "$output" && continue
+    echo "$program:"
+    cat "$output"
+    broken=1
+  done
+  return "$broken"
 }
 
 # runCheck <name>: one line of result; what a failed check printed follows it.
