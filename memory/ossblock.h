@@ -210,4 +210,7 @@ std::string_view baseNameOf(const char* path) noexcept;
 // A hash of a base name, for the block header.
 uint32_t hashOf(std::string_view baseName) noexcept;
 
+// The same for a path, of which the base name counts.
+uint32_t hashOfFile(const char* path) noexcept;
+
 }  // namespace oss

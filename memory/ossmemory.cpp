@@ -48,6 +48,16 @@ void fillPads(uint64_t* pad, uint32_t count) noexcept {
   block.modeTrailer() = record;
 }
 
+// The record's second half is written as one word, as a check soon reads it: a word that lies in
+// two stores on their way is waited for.
+void dressPlain(const BlockView& block) noexcept {
+  const uint64_t sizeAndMode =
+      static_cast<uint32_t>(block.layout.size()) | uint64_t{OSS_MEM_DEBUG_OFF} << 32;
+  ModeRecord& record = block.modeRecord();
+  record.guard = 0;
+  std::memcpy(&record.size, &sizeAndMode, sizeof sizeAndMode);
+}
+
 [[gnu::noinline]] void dressFull(const BlockView& block, Source source) noexcept {
   const BlockLayout& layout = block.layout;
   fillPads(block.frontPad(), layout.frontPads());
@@ -74,9 +84,7 @@ void dress(char* user, const BlockLayout& layout, Source source) noexcept {
     case OSS_MEM_DEBUG_NONE: return;
     case OSS_MEM_DEBUG_LIGHT: return dressLight({user, layout});
     case OSS_MEM_DEBUG_FULL: return dressFull({user, layout}, source);
-    default:
-      BlockView{user, layout}.modeRecord() = {0, static_cast<uint32_t>(layout.size()),
-                                              OSS_MEM_DEBUG_OFF};
+    default: dressPlain({user, layout});
   }
 }
 
@@ -94,7 +102,7 @@ OSSErr allocateBlock(Operation& op, void** out, uint64_t size, uint64_t flags,
 
   char* const user = static_cast<char*>(start) + layout.before();
   headerOf(user) = {(flags & OSS_MEM_MARK_E1) != 0 ? kMarkAllocatedE1 : kMarkAllocated,
-                    static_cast<uint32_t>(size), hashOf(baseNameOf(source.file)), source.line};
+                    static_cast<uint32_t>(size), hashOfFile(source.file), source.line};
   if ((flags & OSS_MEM_ZERO) != 0)
     std::memset(user, 0, size);
   else if ((mode.flags & OSS_MEM_FILL_NEW) != 0)
