@@ -4,13 +4,16 @@
 #include <emmintrin.h>
 
 #include <bit>
+#include <cstring>
 
 namespace oss {
 namespace {
 
-// A bit for each of the sixteen characters that is `c`.
-inline uint32_t where(__m128i text, char c) noexcept {
-  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(text, _mm_set1_epi8(c))));
+__m128i equals(__m128i text, char c) noexcept { return _mm_cmpeq_epi8(text, _mm_set1_epi8(c)); }
+
+// A bit for each of the sixteen characters.
+uint32_t bitsOf(__m128i characters) noexcept {
+  return static_cast<uint32_t>(_mm_movemask_epi8(characters));
 }
 
 }  // namespace
@@ -25,10 +28,10 @@ inline uint32_t where(__m128i text, char c) noexcept {
   const char* at = path - before;
   for (uint32_t part = ~0u << before;; part = ~0u, at += sizeof(__m128i)) {
     const __m128i text = *reinterpret_cast<const __m128i*>(at);
-    const uint32_t end = where(text, '\0') & part;
-    const uint32_t inFront = ~end & (end - 1);
-    const uint32_t slashes = (where(text, '\\') | where(text, '/')) & part & inFront;
-    if (slashes != 0) name = at + std::bit_width(slashes);
+    const uint32_t end = bitsOf(equals(text, '\0')) & part;
+    const uint32_t slashes = bitsOf(_mm_or_si128(equals(text, '\\'), equals(text, '/'))) & part;
+    // Those in front of the end, which may be none of the sixteen.
+    if (const uint32_t own = slashes & ~end & (end - 1); own != 0) name = at + std::bit_width(own);
     if (end != 0) return {name, static_cast<size_t>(at + std::countr_zero(end) - name)};
   }
 }
@@ -40,8 +43,14 @@ uint32_t hashOf(std::string_view baseName) noexcept {
 
   uint32_t hash = 0;
   if (left >= 7) hash = (byte(3) << 28 | byte(4) << 21 | byte(5) << 13) + byte(6) * 32;
-  for (; left >= 4; left -= 4, at += 4)
-    hash ^= byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
+
+  uint32_t lastFirst = 0;
+  for (; left >= 4; left -= 4, at += 4) {
+    uint32_t four;
+    std::memcpy(&four, at, sizeof four);
+    lastFirst ^= four;
+  }
+  hash ^= __builtin_bswap32(lastFirst);
   for (size_t i = 0; i < left; ++i) hash ^= byte(i) << (8 * (left - 1 - i));
   return hash;
 }

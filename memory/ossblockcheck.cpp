@@ -227,7 +227,11 @@ void* checkTagged(char* user, const BlockTag& tag, const Findings& findings, boo
   return block.start();
 }
 
-[[gnu::noinline]] void* checkClosely(char* user, const Findings& findings, bool retire) noexcept {
+}  // namespace
+
+void* checkBlock(void* address, const char* file, uint64_t line, bool retire) noexcept {
+  char* const user = static_cast<char*>(address);
+  const Findings findings = {file, line};
   if (user == nullptr) {
     findings.report(kNullAddress);
     return nullptr;
@@ -236,24 +240,6 @@ void* checkTagged(char* user, const BlockTag& tag, const Findings& findings, boo
   if (probeBefore(user, &tag)) return checkTagged(user, tag, findings, retire);
   checkMark(tag.header.mark, retire, findings);
   return nullptr;
-}
-
-// Nothing surrounds a block of the default mode but its tag.
-bool isPlainBlock(const BlockTag& tag) noexcept {
-  return tag.mode == OSS_MEM_DEBUG_OFF && isMark(tag.header.mark, kMarkAllocated) && isDebugging();
-}
-
-}  // namespace
-
-void* checkBlock(void* address, const char* file, uint64_t line, bool retire) noexcept {
-  char* const user = static_cast<char*>(address);
-  BlockTag tag;
-  if (user == nullptr || !probeBefore(user, &tag) || !isPlainBlock(tag)) [[unlikely]]
-    return checkClosely(user, {file, line}, retire);
-
-  const BlockView block = {user, BlockLayout(OSS_MEM_DEBUG_OFF, 0, 0, 0)};
-  if (retire) markFreed(block);
-  return block.start();
 }
 
 }  // namespace oss

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "core/ossoperation.h"
+#include "core/ossprobe.h"
 #include "memory/ossarea.h"
 #include "memory/ossmemdbg.h"
 #include "numeric/osslatchguard.h"
@@ -50,9 +51,9 @@ void fillPads(uint64_t* pad, uint32_t count) noexcept {
 
 // The record's second half is written as one word, as a check soon reads it: a word that lies in
 // two stores on their way is waited for.
-void dressPlain(const BlockView& block) noexcept {
-  const uint64_t sizeAndMode =
-      static_cast<uint32_t>(block.layout.size()) | uint64_t{OSS_MEM_DEBUG_OFF} << 32;
+void dressPlain(char* user, uint64_t size) noexcept {
+  const BlockView block = {user, BlockLayout(OSS_MEM_DEBUG_OFF, size, 0, 0)};
+  const uint64_t sizeAndMode = static_cast<uint32_t>(size) | uint64_t{OSS_MEM_DEBUG_OFF} << 32;
   ModeRecord& record = block.modeRecord();
   record.guard = 0;
   std::memcpy(&record.size, &sizeAndMode, sizeof sizeAndMode);
@@ -84,12 +85,13 @@ void dress(char* user, const BlockLayout& layout, Source source) noexcept {
     case OSS_MEM_DEBUG_NONE: return;
     case OSS_MEM_DEBUG_LIGHT: return dressLight({user, layout});
     case OSS_MEM_DEBUG_FULL: return dressFull({user, layout}, source);
-    default: dressPlain({user, layout});
+    default: dressPlain(user, layout.size());
   }
 }
 
 OSSErr allocateBlock(Operation& op, void** out, uint64_t size, uint64_t flags,
                      Source source) noexcept {
+  const uint32_t fileHash = hashOfFile(source.file);
   const MemDebugMode mode = modeForAllocation();
   const BlockLayout layout(mode.eyeCatcher, size, mode.frontPads, mode.backPads);
   void* const start = layout.isPossible() ? std::malloc(layout.total()) : nullptr;
@@ -102,7 +104,7 @@ OSSErr allocateBlock(Operation& op, void** out, uint64_t size, uint64_t flags,
 
   char* const user = static_cast<char*>(start) + layout.before();
   headerOf(user) = {(flags & OSS_MEM_MARK_E1) != 0 ? kMarkAllocatedE1 : kMarkAllocated,
-                    static_cast<uint32_t>(size), hashOfFile(source.file), source.line};
+                    static_cast<uint32_t>(size), fileHash, source.line};
   if ((flags & OSS_MEM_ZERO) != 0)
     std::memset(user, 0, size);
   else if ((mode.flags & OSS_MEM_FILL_NEW) != 0)
@@ -113,15 +115,35 @@ OSSErr allocateBlock(Operation& op, void** out, uint64_t size, uint64_t flags,
   return op.exit();
 }
 
+// Retires a block of the default mode when its tag is whole: nothing else surrounds it that could
+// be checked. False, with nothing done, for any other block.
+bool retirePlainBlock(char* user) noexcept {
+  BlockTag tag;
+  if (!probeBefore(user, &tag) || tag.mode != OSS_MEM_DEBUG_OFF ||
+      !isMark(tag.header.mark, kMarkAllocated) || !isDebugging())
+    return false;
+
+  const BlockView block = {user, BlockLayout(OSS_MEM_DEBUG_OFF, 0, 0, 0)};
+  block.header().mark = kMarkFreed;
+  block.modeRecord().mode = kFreedMode;
+  std::free(block.start());
+  return true;
+}
+
 // What the check does not know as a block of its own is left alone: giving it to the heap could
 // break it.
+[[gnu::noinline]] void releaseClosely(char* user, const char* file, uint64_t line) noexcept {
+  void* const start = checkBlock(user, file, line, true);
+  if (start == nullptr) return;
+  // A block of the mode NONE is not marked by the check.
+  headerOf(user).mark = kMarkFreed;
+  std::free(start);
+}
+
 void releaseBlock(void** address, const char* file, uint64_t line) noexcept {
-  void* const start = checkBlock(*address, file, line, true);
-  if (start != nullptr) {
-    // A block of the mode NONE is not marked by the check.
-    headerOf(static_cast<char*>(*address)).mark = kMarkFreed;
-    std::free(start);
-  }
+  char* const user = static_cast<char*>(*address);
+  if (!retirePlainBlock(user)) [[unlikely]]
+    releaseClosely(user, file, line);
   *address = nullptr;
 }
 
@@ -138,21 +160,21 @@ struct NullReport {
 
 // ---- Areas --------------------------------------------------------------------------------------
 
-OSSErr allocateChunk(Operation& op, OSSMemArea& area, uint64_t size, uint64_t flags) noexcept {
+[[gnu::noinline]] OSSErr allocateChunk(OSSMemArea& area, uint64_t size, uint64_t flags) noexcept {
   const uint64_t wanted = AreaList::rounded(size);
   LatchGuard latch(area.latch);
   void* const chunk = wanted != 0 ? AreaList(area).take(wanted) : nullptr;
-  if (chunk == nullptr) return op.exit(ECF_NO_MEMORY);
+  if (chunk == nullptr) return ECF_NO_MEMORY;
 
   // Deliberate: the chunk is not handed out; the caller knows which one the area gives.
   if ((flags & OSS_MEM_ZERO) != 0) std::memset(chunk, 0, wanted);
-  return op.exit();
+  return ECF_OK;
 }
 
-OSSErr releaseChunk(Operation& op, OSSMemArea& area, void* chunk, uint64_t size) noexcept {
+[[gnu::noinline]] OSSErr releaseChunk(OSSMemArea& area, void* chunk, uint64_t size) noexcept {
   LatchGuard latch(area.latch);
-  return op.exit(AreaList(area).giveBack(chunk, AreaList::rounded(size)) ? ECF_OK
-                                                                         : ECF_INVALID_PARAMETER);
+  const bool isBack = AreaList(area).giveBack(chunk, AreaList::rounded(size));
+  return isBack ? ECF_OK : ECF_INVALID_PARAMETER;
 }
 
 }  // namespace
@@ -169,7 +191,7 @@ OSSErr ossMemAlloc(void** out, void* area, uint64_t size, uint64_t flags, const 
     return op.exit(ECF_INVALID_PARAMETER);
 
   *out = nullptr;
-  if (area != nullptr) return allocateChunk(op, *static_cast<OSSMemArea*>(area), size, flags);
+  if (area != nullptr) return op.exit(allocateChunk(*static_cast<OSSMemArea*>(area), size, flags));
   return allocateBlock(op, out, size, flags, {file, static_cast<uint32_t>(line)});
 }
 
@@ -183,7 +205,8 @@ OSSErr ossMemFree(void** address, void* area, uint64_t size, const char* file,
     return op.fail(20, ECF_MEM_NULL_POINTER, OSS_LOG_ERROR, {string(report.text, report.length)});
   }
 
-  if (area != nullptr) return releaseChunk(op, *static_cast<OSSMemArea*>(area), *address, size);
+  if (area != nullptr)
+    return op.exit(releaseChunk(*static_cast<OSSMemArea*>(area), *address, size));
   releaseBlock(address, file, line);
   return op.exit();
 }

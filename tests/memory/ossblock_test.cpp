@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -194,7 +195,34 @@ TEST(BaseName, MayBeEmpty) {
   EXPECT_EQ(baseNameOf(nullptr), "");
 }
 
+// What surrounds the path is full of separators and ends.
+TEST(BaseName, IsFoundWhereverThePathLiesAndHoweverLongItIs) {
+  for (size_t offset = 0; offset < 16; ++offset) {
+    for (size_t length = 0; length < 40; ++length) {
+      for (size_t separator = 0; separator < length; ++separator) {
+        alignas(16) char memory[128];
+        for (size_t i = 0; i < sizeof memory; ++i) memory[i] = "/\0\\"[i % 3];
+        char* const path = memory + offset;
+        std::fill_n(path, length, 'a');
+        path[length] = '\0';
+        path[separator] = separator % 2 == 0 ? '/' : '\\';
+        path[separator / 2] = '/';
+
+        const std::string_view name = baseNameOf(path);
+        ASSERT_EQ(name.data(), path + separator + 1) << offset << ' ' << length;
+        ASSERT_EQ(name.size(), length - separator - 1) << offset << ' ' << length;
+      }
+    }
+  }
+}
+
 // ---- Hashes ----
+
+TEST(BaseNameHash, OfAPathIsThatOfItsBaseName) {
+  EXPECT_EQ(hashOfFile("dir\\ossfile.C"), 0x6B329AABu);
+  EXPECT_EQ(hashOfFile("a.c"), 0x00612E63u);
+  EXPECT_EQ(hashOfFile(nullptr), 0u);
+}
 
 TEST(BaseNameHash, OfSourceFiles) {
   EXPECT_EQ(hashOf("a.c"), 0x00612E63u);
