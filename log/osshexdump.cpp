@@ -47,7 +47,7 @@ Bytes charactersOf(Bytes bytes) noexcept {
 
 // The number's low bytes, the highest of them first.
 char* appendNumber(char* out, uint64_t number, uint64_t bytes) noexcept {
-  const Bytes highestFirst =
+  const auto highestFirst =
       std::bit_cast<Bytes>(std::array{__builtin_bswap64(number << (8 - bytes) * 8), uint64_t{0}});
   const Bytes digits = pairsOfDigitsOf(highestFirst)[0];
   out = std::copy_n("0x", 2, out);
