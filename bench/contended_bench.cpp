@@ -1,7 +1,6 @@
 // Claim: where two threads want it, the latch is no slower than a critical section. Each thread
 // runs on a core of its own: alone of all programs of claims, this one takes two.
-#include <windows.h>
-
+#include "cores.h"
 #include "locks.h"
 #include "ratio.h"
 
@@ -19,17 +18,6 @@ struct alignas(64) Guarded {
 };
 template <class Latch>
 Guarded<Latch> g_guarded;
-
-// Puts the thread on a core of its own, also where the process was started on a single one.
-bool takeCore(int index) {
-  static const BOOL hasAllCores = [] {
-    DWORD_PTR own = 0;
-    DWORD_PTR all = 0;
-    return ::GetProcessAffinityMask(::GetCurrentProcess(), &own, &all) &&
-           ::SetProcessAffinityMask(::GetCurrentProcess(), all);
-  }();
-  return hasAllCores && ::SetThreadAffinityMask(::GetCurrentThread(), DWORD_PTR{1} << index) != 0;
-}
 
 // Some 100 ns that touch nothing shared.
 void workAlone() {

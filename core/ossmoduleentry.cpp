@@ -6,10 +6,13 @@
 
 #include "core/osswindows.h"
 #include "memory/ossmemdbg.h"
+#include "trace/gtcallstack.h"
 
 extern "C" BOOL WINAPI DllMainCRTStartup(HINSTANCE module, DWORD reason, void* reserved);
 
 extern "C" BOOL WINAPI ossModuleEntry(HINSTANCE module, DWORD reason, void* reserved) {
+  // What other threads held when a process that ends killed them stays as it is.
+  if (reason == DLL_PROCESS_DETACH && reserved == nullptr) oss::releaseCallStacks();
   const BOOL result = DllMainCRTStartup(module, reason, reserved);
   if (reason == DLL_PROCESS_ATTACH && result) oss::attachProcess();
   // A process that ends has killed its other threads by now, perhaps in the middle of an

@@ -8,7 +8,7 @@
 #include "core/osserrorlevel.h"
 #include "log/osslogfacility.h"
 #include "ossprocess.h"
-#include "trace/gptrace.h"
+#include "osstracepoint.h"
 
 namespace oss {
 namespace {
@@ -16,10 +16,7 @@ namespace {
 constexpr uint32_t idOf(Func function) noexcept { return static_cast<uint32_t>(function); }
 constexpr uint32_t idOf(SysCall call) noexcept { return static_cast<uint32_t>(call); }
 
-// The values that the library's own trace points pass.
-constexpr uint16_t kDataRecord = 3;
-constexpr uint16_t kErrorRecord = 4;
-constexpr uint64_t kBlockItem = 0;
+constexpr uint64_t kBlockItem = GTRACE_ITEM_BLOCK;
 
 uint64_t traceThread() noexcept { return ossThreadID(); }
 
@@ -33,7 +30,7 @@ constexpr uint16_t traceProbe(Probe probe) noexcept { return static_cast<uint16_
 
 void traceError(Func self, Probe probe, const OSSErr& rc) noexcept {
   if (tracing())
-    gtraceErrorVar(traceThread(), idOf(self), traceProbe(probe), kErrorRecord, 0, 1, kBlockItem,
+    gtraceErrorVar(traceThread(), idOf(self), traceProbe(probe), GTRACE_ERROR, 0, 1, kBlockItem,
                    uint64_t{sizeof rc}, &rc);
 }
 
@@ -59,15 +56,15 @@ void Operation::traceData(Func self, Probe probe, TraceItems items) noexcept {
   const uint64_t thread = traceThread();
   switch (items.size()) {
     case 1:
-      gtraceVar(thread, idOf(self), traceProbe(probe), kDataRecord, 1, kBlockItem, at(0).length,
+      gtraceVar(thread, idOf(self), traceProbe(probe), GTRACE_DATA, 1, kBlockItem, at(0).length,
                 at(0).data);
       break;
     case 2:
-      gtraceVar(thread, idOf(self), traceProbe(probe), kDataRecord, 2, kBlockItem, at(0).length,
+      gtraceVar(thread, idOf(self), traceProbe(probe), GTRACE_DATA, 2, kBlockItem, at(0).length,
                 at(0).data, kBlockItem, at(1).length, at(1).data);
       break;
     case 3:
-      gtraceVar(thread, idOf(self), traceProbe(probe), kDataRecord, 3, kBlockItem, at(0).length,
+      gtraceVar(thread, idOf(self), traceProbe(probe), GTRACE_DATA, 3, kBlockItem, at(0).length,
                 at(0).data, kBlockItem, at(1).length, at(1).data, kBlockItem, at(2).length,
                 at(2).data);
       break;

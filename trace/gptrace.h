@@ -1,19 +1,35 @@
-// gptrace.h - the trace points that the operation frame calls.
+// gptrace.h - what the control operations set and the trace points use, one copy for the process.
 //
-// A caller asks oss::tracing() (core/ossoperation.h) before each of them. The first argument is the
-// calling thread's identifier, the second the operation's function identifier. Items are triples of
-// 64-bit values: item type (0 for a block of memory), length in bytes, pointer.
+// Any thread reads them at any time; the controlling program writes them, each on its own.
 #pragma once
 
-#include "osstypes.h"
+#include <atomic>
 
-extern "C" {
+#include "osstrace.h"
+#include "trace/gtcount.h"
 
-void gtraceEntry(uint64_t threadId, uint32_t funcId) noexcept;
-void gtraceExit(uint64_t threadId, uint32_t funcId, const uint64_t* rc, uint64_t extra) noexcept;
-void gtraceErrorVar(uint64_t threadId, uint32_t funcId, uint16_t probe, uint16_t type,
-                    uint64_t extra, uint64_t count, ...) noexcept;
-void gtraceVar(uint64_t threadId, uint32_t funcId, uint16_t probe, uint16_t type, uint64_t count,
-               ...) noexcept;
+namespace oss {
 
-}  // extern "C"
+struct TraceProcess {
+  std::atomic<uint32_t> processId = 0xFFFFFFFF;
+  std::atomic<uint32_t> fixedData1 = 0xFFFFFFFF;
+  std::atomic<uint32_t> fixedData2 = 0xFFFFFFFF;
+  std::atomic<GTraceRecordCallback> recordCallback = nullptr;
+  std::atomic<GTraceDisableCallback> disableCallback = nullptr;
+};
+extern TraceProcess g_traceProcess;
+
+inline GTraceControlBlock* currentBlock() noexcept {
+  return std::atomic_ref(g_pGTCB).load(std::memory_order_acquire);
+}
+
+// What lies behind the fixed part of a block: its ring, or in the function-count mode its table.
+inline RamboControlBlock& ringOf(GTraceControlBlock& block) noexcept {
+  return *reinterpret_cast<RamboControlBlock*>(&block + 1);
+}
+inline FunctionCounts tableOf(GTraceControlBlock& block) noexcept {
+  return {reinterpret_cast<GTraceFunctionCount*>(&block + 1),
+          block.options.bufferSize / sizeof(GTraceFunctionCount)};
+}
+
+}  // namespace oss

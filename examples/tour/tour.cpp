@@ -3,8 +3,8 @@
 //   tour [FILE] [--out FOLDER]
 //
 // It opens the diagnostic log, reads FILE in pieces, copies it, works on the copy, shares it with a
-// second process, converts numbers and times, and runs into failures on purpose. In the end it
-// prints the log that this left behind.
+// second process, converts numbers and times, runs into failures on purpose, and traces itself. In
+// the end it prints the log that this left behind.
 #include "tour.h"
 
 #include <cstdarg>
@@ -142,6 +142,7 @@ int main(int argc, char** argv) {
   tour::debugMemory(stage);
   tour::runThreads(stage);
   tour::runIntoFailures(stage);
+  tour::traceItself(stage);
   tour::printLog(stage);
 
   if (tour::surprises() != 0)

@@ -37,6 +37,7 @@ void convertNumbersAndTimes(const Stage& stage);
 void debugMemory(const Stage& stage);
 void runThreads(const Stage& stage);
 void runIntoFailures(const Stage& stage);
+void traceItself(const Stage& stage);
 
 // The other process of an act: holds the lock of `file` from when it signals the event
 // "<name>.held" until it sees "<name>.done". Returns the process's exit code.

@@ -15,6 +15,8 @@
 #include "ossnumeric.h"
 #include "ossprocess.h"
 #include "osstrace.h"
+#include "osstracedump.h"
+#include "osstracepoint.h"
 
 using namespace osse_test;
 using namespace testing;

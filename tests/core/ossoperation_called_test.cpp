@@ -31,7 +31,8 @@ class CalledOperationTest : public testing::Test {
   }
   void TearDown() override { g_pGTCB = nullptr; }
 
-  GTraceControlBlock block_ = {.initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0};
+  GTraceControlBlock block_ = {
+      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
 };
 
 constexpr const char* kEntry = "entry 0000000089ABCDEF 081A005B";

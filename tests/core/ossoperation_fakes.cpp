@@ -15,7 +15,7 @@
 #include "ossprocess.h"
 #include "osstime.h"
 #include "osstrace.h"
-#include "trace/gptrace.h"
+#include "osstracepoint.h"
 
 namespace oss::fakes {
 

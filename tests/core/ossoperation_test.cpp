@@ -33,7 +33,8 @@ class OperationTest : public testing::Test {
   }
   void TearDown() override { g_pGTCB = nullptr; }
 
-  GTraceControlBlock block_ = {.initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0};
+  GTraceControlBlock block_ = {
+      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
 };
 
 struct Record {
@@ -101,7 +102,8 @@ TEST_F(OperationTest, WithTracingOffSuccessCallsNothing) {
 }
 
 TEST_F(OperationTest, AnyEnableWordButZeroTurnsTracingOn) {
-  block_ = {.initialized = 0, .enabled = 0x80000000, .stopCounter = 0, .reserved = 0};
+  block_ = {
+      .initialized = 0, .enabled = 0x80000000, .stopCounter = 0, .reserved = 0, .options = {}};
 
   EXPECT_EQ(answer(ECF_OK), ECF_OK);
   EXPECT_THAT(g_calls, ElementsAre(kCloseEntry, kCloseExit));

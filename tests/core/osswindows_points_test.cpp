@@ -33,7 +33,8 @@ class TerminalServicesPoints : public testing::Test {
   }
 
  private:
-  GTraceControlBlock block_ = {.initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0};
+  GTraceControlBlock block_ = {
+      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
 };
 
 TEST_F(TerminalServicesPoints, TheQuestionShowsTheSuite) {

@@ -102,7 +102,8 @@ class FilePoints : public testing::Test {
 
   TempDirectory dir_;
   const std::string path_ = dir_.file("file");
-  GTraceControlBlock block_ = {.initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0};
+  GTraceControlBlock block_ = {
+      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
   OSSHFile file_;
 };
 

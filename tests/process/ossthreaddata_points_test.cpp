@@ -18,7 +18,8 @@ namespace {
 std::vector<std::string> calls() { return std::exchange(g_calls, {}); }
 
 TEST(ThreadDataPoints, EachOuterOperationIsEntryAndExitAndTheInnerOneLogs) {
-  GTraceControlBlock block = {.initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0};
+  GTraceControlBlock block = {
+      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
   oss::fakes::g_mapped = ECF_INVALID_INVOCATION_SEQUENCE;
   oss::fakes::g_mappedLevel = OSS_LOG_INFO;
   oss::fakes::g_duringLog = nullptr;

@@ -6,7 +6,7 @@
 . tools/dev/bench.sh
 . tools/dev/surface.sh
 
-checks=(format scripts paths headers surface asan tsan fuzz debug tidy bench)
+checks=(format scripts paths headers surface traces bench asan tsan fuzz debug tidy)
 
 # Files that are, or by the next commit will be, the project's.
 ownFiles() { git ls-files --cached --others --exclude-standard -- "$@"; }
@@ -50,6 +50,40 @@ check_surface() {
   return "$broken"
 }
 
+# What osse exports of a real trace is what other programs read: the packets decode without a rest
+# and name what was traced, the JSON parses.
+check_traces() {
+  local dump='build\traces\dump' traces=build/traces form
+  build mingw-release --target osse_program --target traced
+  warmWine
+  rm -rf "$traces"
+  mkdir -p "$traces"
+  cmake/wine-run.sh build/mingw-release/bin/traced.exe README.md "$dump"
+  for form in perfetto chrome folded; do
+    cmake/wine-run.sh build/mingw-release/bin/osse.exe trace export "--$form" "$dump" \
+      -o "build\\traces\\$form"
+  done
+
+  protoc --decode_raw < "$traces/perfetto" > "$traces/perfetto.txt"
+  grep -F '2: "OSSHFile::read"' "$traces/perfetto.txt"
+  grep -F '6: "ECF_FILE_EOF"' "$traces/perfetto.txt"
+  python3 -m json.tool "$traces/chrome" > "$traces/chrome.txt"
+  grep -F '"name": "OSSHFile::read"' "$traces/chrome.txt"
+  grep -E '^process [0-9]+;thread [0-9]+;OSSHFile::read [0-9]+$' "$traces/folded"
+
+  ends 0 cmake/wine-run.sh build/mingw-release/bin/osse.exe trace export --help
+  ends 1 cmake/wine-run.sh build/mingw-release/bin/osse.exe trace format README.md
+  ends 2 cmake/wine-run.sh build/mingw-release/bin/osse.exe trace export "$dump"
+}
+
+# ends <exit code> <command...>
+ends() {
+  local wanted=$1 code=0
+  shift
+  "$@" || code=$?
+  [ "$code" -eq "$wanted" ] || die "exit code $code instead of $wanted: $*"
+}
+
 check_asan() {
   build host-asan
   ctest --preset host-asan -j "$jobs"
@@ -58,32 +92,37 @@ check_asan() {
 # Only what threads share is worth the ThreadSanitizer's time.
 check_tsan() {
   build host-tsan
-  ctest --preset host-tsan -j "$jobs" -R 'Latch|Atomic'
+  ctest --preset host-tsan -j "$jobs" -R 'Latch|Atomic|Ring'
 }
 
 # The same inputs each time; a long check instead goes on from the inputs that the last one found.
+# What a fuzzer prints is kept until it ends: several run at once.
+fuzzOne() {
+  local fuzzer=$1 long=$2 name output status arguments=(-seed=1 -runs=50000)
+  name=$(basename "$fuzzer")
+  if [ "$long" = yes ]; then
+    mkdir -p "build/fuzz/corpus/$name"
+    arguments=(-max_total_time=300 "build/fuzz/corpus/$name")
+  fi
+  output=$("$fuzzer" -artifact_prefix=build/fuzz/artifacts/ "${arguments[@]}" 2>&1)
+  status=$?
+  printf '%s %s\n%s\n' "$name" "${arguments[*]}" "$output"
+  return "$status"
+}
+
 check_fuzz() {
-  local fuzzer name corpus
   build host-fuzz
   mkdir -p build/fuzz/artifacts
-  for fuzzer in build/host-fuzz/bin/*_fuzz; do
-    name=$(basename "$fuzzer")
-    local arguments=(-seed=1 -runs=50000)
-    if [ "$long" = yes ]; then
-      corpus=build/fuzz/corpus/$name
-      mkdir -p "$corpus"
-      arguments=(-max_total_time=300 "$corpus")
-    fi
-    echo "$name ${arguments[*]}"
-    "$fuzzer" -artifact_prefix=build/fuzz/artifacts/ "${arguments[@]}"
-  done
+  export -f fuzzOne
+  printf '%s\n' build/host-fuzz/bin/*_fuzz |
+    xargs -P "$jobs" -I{} bash -c 'fuzzOne "$@"' fuzz {} "$long"
 }
 
 # The release build leaves assertions out.
 check_debug() {
   build mingw-debug
   warmWine
-  ctest --preset mingw-debug -j "$jobs"
+  testUnderWine mingw-debug
 }
 
 # Clang's own compile commands; GCC's name headers that it does not find.

@@ -1,0 +1,10 @@
+# Lists the operations that open a frame in SOURCES: a line FRAMED(<enumerator>) in OUTPUT for each.
+set(list "")
+foreach(source IN LISTS SOURCES)
+  file(STRINGS ${source} frames REGEX "^ *Operation [a-z]+\\(Func::")
+  foreach(frame IN LISTS frames)
+    string(REGEX REPLACE ".*Func::([A-Za-z0-9_]+).*" "FRAMED(\\1)\n" line "${frame}")
+    string(APPEND list "${line}")
+  endforeach()
+endforeach()
+file(WRITE ${OUTPUT} "${list}")

@@ -1,0 +1,44 @@
+// commands.h - the subcommands of `osse trace`, as main.cpp calls them: each does its work, says
+// what went wrong on standard error, and returns the exit code.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace oss::tool {
+
+inline constexpr int kDone = 0;
+inline constexpr int kFailed = 1;    // the file, the section or the system refuses
+inline constexpr int kBadUsage = 2;  // the command line does
+
+struct FormatCommand {
+  std::string file;
+  std::string output;
+  bool flow = false;
+  int run() const;
+};
+
+struct StatsCommand {
+  std::string file;
+  std::string output;
+  int run() const;
+};
+
+struct ExportCommand {
+  enum class Form { Perfetto, Chrome, Folded };
+
+  std::string file;
+  std::string output;
+  Form form = Form::Perfetto;
+  int run() const;
+};
+
+struct DumpCommand {
+  std::string section;
+  std::string file;
+  bool follow = false;
+  uint64_t ringBytes = 0;  // 0: the file grows
+  int run() const;
+};
+
+}  // namespace oss::tool

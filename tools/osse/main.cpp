@@ -1,0 +1,99 @@
+// osse - the program that controls the services of the library: the command line.
+//
+// Exit codes: 0 done, 1 refused (the reason is on standard error), 2 bad usage.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+
+#include "commands.h"
+
+using namespace oss::tool;
+
+namespace {
+
+void addOutput(CLI::App& command, std::string& output) {
+  command.add_option("-o,--output", output, "write there instead of to standard output");
+}
+
+void addDump(CLI::App& trace, DumpCommand& dump) {
+  CLI::App* const command =
+      trace.add_subcommand("dump", "write what a traced program has recorded to a file");
+  command->add_option("--section", dump.section, "the named section that holds the control block")
+      ->required();
+  command->add_option("FILE", dump.file, "the dump to write")->required();
+  CLI::Option* const follow = command->add_flag(
+      "--follow", dump.follow, "write chunks as they fill, until tracing is disabled or Ctrl+C");
+  command
+      ->add_option("--ring", dump.ringBytes,
+                   "with --follow: keep the last BYTES, rounded up to chunks of 128 KiB")
+      ->check(CLI::PositiveNumber)
+      ->needs(follow);
+}
+
+void addFormat(CLI::App& trace, FormatCommand& format) {
+  CLI::App* const command = trace.add_subcommand("format", "show a dump, a line for each record");
+  command->add_option("FILE", format.file, "a dump")->required();
+  command->add_flag("--flow", format.flow, "indent by the depth of calls, and show durations");
+  addOutput(*command, format.output);
+}
+
+void addStats(CLI::App& trace, StatsCommand& stats) {
+  CLI::App* const command =
+      trace.add_subcommand("stats", "sum a dump up: functions, rejected slots, losses");
+  command->add_option("FILE", stats.file, "a dump")->required();
+  addOutput(*command, stats.output);
+}
+
+void addExport(CLI::App& trace, ExportCommand& exporting) {
+  using Form = ExportCommand::Form;
+  CLI::App* const command =
+      trace.add_subcommand("export", "convert a dump for viewers of timelines and flame graphs");
+  command->add_option("FILE", exporting.file, "a dump")->required();
+  CLI::Option_group* const forms = command->add_option_group("form");
+  forms->add_flag_callback(
+      "--perfetto", [&exporting] { exporting.form = Form::Perfetto; }, "a Perfetto trace");
+  forms->add_flag_callback(
+      "--chrome", [&exporting] { exporting.form = Form::Chrome; }, "a Chrome trace, JSON");
+  forms->add_flag_callback(
+      "--folded", [&exporting] { exporting.form = Form::Folded; }, "folded stacks");
+  forms->require_option(1);
+  addOutput(*command, exporting.output);
+}
+
+int run(int argc, char** argv) {
+  CLI::App app("Controls the tracing of the operating-system services.", "osse");
+  app.require_subcommand(1);
+  CLI::App* const trace = app.add_subcommand("trace", "dumps of traces");
+  trace->require_subcommand(1);
+
+  DumpCommand dump;
+  FormatCommand format;
+  StatsCommand stats;
+  ExportCommand exporting;
+  addDump(*trace, dump);
+  addFormat(*trace, format);
+  addStats(*trace, stats);
+  addExport(*trace, exporting);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& refusal) {
+    return app.exit(refusal) == 0 ? kDone : kBadUsage;
+  }
+  const std::string chosen = trace->get_subcommands().front()->get_name();
+  if (chosen == "dump") return dump.run();
+  if (chosen == "format") return format.run();
+  if (chosen == "stats") return stats.run();
+  return exporting.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& failure) {
+    static_cast<void>(std::fprintf(stderr, "osse: %s\n", failure.what()));
+    return kFailed;
+  }
+}

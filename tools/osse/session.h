@@ -1,0 +1,56 @@
+// session.h - what the commands that read a dump have in common: the dump, the output, and that
+// both are whole at the end.
+#pragma once
+
+#include <string>
+
+#include "commands.h"
+#include "dumpfile.h"
+#include "names.h"
+#include "output.h"
+#include "terminal.h"
+
+namespace oss::tool {
+
+class Session {
+ public:
+  Session() : output(&OutputFile::sink, &file_) {}
+
+  // Opens both. The output is created only when the dump is one. \return false, with a complaint
+  bool open(const std::string& dumpPath, const std::string& outputPath) {
+    if (const OSSErr rc = dump.open(dumpPath)) {
+      complain(dumpPath, rc);
+      return false;
+    }
+    return file_.open(outputPath);
+  }
+
+  // \return the exit code
+  int close() {
+    if (output.flush()) return kDone;
+    complain("the output could not be written");
+    return kFailed;
+  }
+
+  // Calls `use` for each record of the dump.
+  template <class Use>
+  void forEach(Use&& use) {
+    Progress progress;
+    while (!output.failed() && dump.next()) {
+      use();
+      progress.step();
+    }
+  }
+
+  DumpFile dump;
+  Names names;
+  Output output;
+
+ private:
+  OutputFile file_;
+};
+
+// The table of a function-count dump.
+void writeCountsOf(Session& session);
+
+}  // namespace oss::tool

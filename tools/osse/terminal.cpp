@@ -1,0 +1,88 @@
+#include "terminal.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "names.h"
+#include "osscatalog.h"
+
+namespace oss::tool {
+namespace {
+
+constexpr uint64_t kMostAtOnce = uint64_t{64} << 20;
+
+bool writeAll(HANDLE file, const char* data, uint64_t size) {
+  while (size != 0) {
+    const auto piece = static_cast<DWORD>(std::min(size, kMostAtOnce));
+    DWORD written = 0;
+    if (!::WriteFile(file, data, piece, &written, nullptr) || written == 0) return false;
+    data += written;
+    size -= written;
+  }
+  return true;
+}
+
+void tell(std::string_view text) {
+  writeAll(::GetStdHandle(STD_ERROR_HANDLE), text.data(), text.size());
+}
+
+}  // namespace
+
+void complain(std::string_view text) { tell("osse: " + std::string(text) + "\n"); }
+
+void complain(std::string_view text, OSSErr rc) {
+  const char* const description = ecfErrorGetDescription(rc);
+  std::string line = std::string(text) + ": " + Names::codeName(rc);
+  if (description != nullptr) line.append(", ").append(description);
+  complain(line);
+}
+
+OutputFile::~OutputFile() {
+  if (isOurs_) ::CloseHandle(handle_);
+}
+
+bool OutputFile::open(const std::string& path) {
+  if (path.empty()) {
+    handle_ = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    return true;
+  }
+  const HANDLE file = ::CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    complain(path + ": cannot be written, system error " + std::to_string(::GetLastError()));
+    return false;
+  }
+  handle_ = file;
+  isOurs_ = true;
+  return true;
+}
+
+bool OutputFile::write(const void* data, uint64_t size) {
+  return writeAll(handle_, static_cast<const char*>(data), size);
+}
+
+bool OutputFile::writeAt(uint64_t offset, const void* data, uint64_t size) {
+  LARGE_INTEGER target;
+  target.QuadPart = static_cast<LONGLONG>(offset);
+  return ::SetFilePointerEx(handle_, target, nullptr, FILE_BEGIN) && write(data, size);
+}
+
+bool OutputFile::sink(void* file, const char* data, size_t size) {
+  return static_cast<OutputFile*>(file)->write(data, size);
+}
+
+Progress::Progress() {
+  DWORD mode = 0;
+  isShown_ = ::GetConsoleMode(::GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
+}
+
+Progress::~Progress() {
+  if (isShown_ && records_ > kMask) tell("\n");
+}
+
+void Progress::show() const {
+  if (isShown_) tell("\rosse: " + std::to_string(records_ >> 20) + " Mi records");
+}
+
+}  // namespace oss::tool
