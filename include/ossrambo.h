@@ -27,8 +27,7 @@
 
 inline constexpr uint32_t RAMBO_SLOT = 64;           ///< bytes of a slot
 inline constexpr uint32_t RAMBO_CHUNK = 128 * 1024;  ///< bytes of a chunk
-inline constexpr uint32_t RAMBO_CHUNK_SLOTS =
-    2048;  ///< slots of a chunk, and of the largest record
+inline constexpr uint32_t RAMBO_CHUNK_SLOTS = 2048;  ///< of a chunk, and of the largest record
 inline constexpr uint32_t RAMBO_LARGEST_PAYLOAD = RAMBO_CHUNK - 12;
 inline constexpr uint32_t RAMBO_SMALLEST_BUFFER = 0x80000;
 inline constexpr uint32_t RAMBO_LARGEST_BUFFER = 0x40000000;

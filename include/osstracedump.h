@@ -14,7 +14,9 @@
 //   gtraceGetDumpTail(&tail); tail
 // and an auto-dump as gtraceGetDumpHeaderBuffer(false, ...); header; and then, chunk by chunk from
 // gtraceInitializeChunkWalker on: wait until `completed` of the chunk is RAMBO_CHUNK_SLOTS, write
-// its RAMBO_CHUNK bytes, set `completed` to 0 and then add 1 to `generation`, both atomically.
+// its RAMBO_CHUNK bytes, set `completed` to 0 and then add 1 to `generation`, both atomically. When
+// the writers have stopped, the first `completed` slots of the chunk where the walker stands are
+// left; what lies behind them is of an earlier pass of the ring.
 //
 // The writing side works on the block that is attached and fails as the operations of osstrace.h
 // do. The reading side reads through an open OSSHFile, never outside what it was given, whatever

@@ -153,8 +153,8 @@ class Dumper {
     over_ = true;
     told("OSSHThread::wait, the dumper", thread_.wait());
     told("OSSHThread::close", thread_.close());
-    // What the last chunk holds so far; the slots behind it are empty, or stale.
-    file_.write(walker_.slots, RAMBO_CHUNK);
+    // What the last chunk holds so far; the slots behind that are of an earlier pass.
+    file_.write(walker_.slots, size_t{walker_.chunk->completed} * RAMBO_SLOT);
     note("%u chunks were dumped while tracing went on", walker_.count);
   }
   Dumper(const Dumper&) = delete;
