@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "bare.h"
 #include "cores.h"
@@ -24,10 +25,10 @@ constexpr uint64_t kThread = 1234;
 constexpr uint32_t kFunction = 0x081A0007;
 constexpr uint32_t kBuffer = 0x80000;
 constexpr char kSection[] = "tracecontended_bench";
-constexpr char kRoleVariable[] = "OSSE_BENCH_ROLE";
+constexpr char kParentVariable[] = "OSSE_BENCH_PARENT";
 
 // What the second process does meanwhile.
-enum class Work : uint32_t { kRest, kTrace, kAdd, kFill, kEnd };
+enum class Work : uint32_t { kRest, kTrace, kAdd, kFill };
 
 struct alignas(64) Shared {
   volatile Work asked;
@@ -73,19 +74,25 @@ void fillOnce() {
 
 // ---- The second process ----
 
-[[noreturn]] void serve() {
+// Works as it is asked until its parent has ended.
+[[noreturn]] void serve(DWORD parentId) {
+  HANDLE const parent = ::OpenProcess(SYNCHRONIZE, FALSE, parentId);
   Shared& memory = shared();
   takeCore(1);
-  for (;;) {
+  for (uint32_t turn = 0;; ++turn) {
     const Work work = memory.asked;
     memory.taken = work;
     switch (work) {
-      case Work::kRest: ::SwitchToThread(); break;
+      case Work::kRest: break;
       case Work::kTrace: traceOnce(); break;
       case Work::kAdd: addOnce(); break;
       case Work::kFill: fillOnce(); break;
-      case Work::kEnd: ::ExitProcess(0);
     }
+    constexpr uint32_t kTurnsBetweenLooks = 1 << 20;
+    const bool rests = work == Work::kRest;
+    if ((rests || turn % kTurnsBetweenLooks == 0) &&
+        ::WaitForSingleObject(parent, rests ? 1 : 0) != WAIT_TIMEOUT)
+      ::ExitProcess(0);
   }
 }
 
@@ -95,15 +102,12 @@ class SecondProcess {
   SecondProcess() {
     char own[MAX_PATH + 1];
     ::GetModuleFileNameA(nullptr, own, sizeof own);
-    ::SetEnvironmentVariableA(kRoleVariable, "second");
+    ::SetEnvironmentVariableA(kParentVariable, std::to_string(::GetCurrentProcessId()).c_str());
     STARTUPINFOA startup = {};
     startup.cb = sizeof startup;
     runs_ = ::CreateProcessA(own, nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                              &process_);
-    ::SetEnvironmentVariableA(kRoleVariable, nullptr);
-  }
-  ~SecondProcess() {
-    if (runs_) ask(Work::kEnd);
+    ::SetEnvironmentVariableA(kParentVariable, nullptr);
   }
   SecondProcess(const SecondProcess&) = delete;
   SecondProcess& operator=(const SecondProcess&) = delete;
@@ -112,7 +116,7 @@ class SecondProcess {
   bool ask(Work work) const {
     shared().asked = work;
     while (runs_ && shared().taken != work)
-      if (::WaitForSingleObject(process_.hProcess, 0) == WAIT_OBJECT_0) return work == Work::kEnd;
+      if (::WaitForSingleObject(process_.hProcess, 0) == WAIT_OBJECT_0) return false;
     return runs_ != FALSE;
   }
 
@@ -121,9 +125,15 @@ class SecondProcess {
   PROCESS_INFORMATION process_ = {};
 };
 
+const SecondProcess& secondProcess() {
+  static const SecondProcess second;
+  return second;
+}
+
 const bool g_isSecond = [] {
-  char role[16];
-  if (::GetEnvironmentVariableA(kRoleVariable, role, sizeof role) != 0) serve();
+  char parent[16];
+  if (::GetEnvironmentVariableA(kParentVariable, parent, sizeof parent) != 0)
+    serve(static_cast<DWORD>(std::stoul(parent)));
   return false;
 }();
 
@@ -148,7 +158,7 @@ void twoThreads(benchmark::State& state) {
 template <Step* kStep, Work kWork>
 void twoProcesses(benchmark::State& state) {
   formatOnce();
-  static const SecondProcess second;
+  const SecondProcess& second = secondProcess();
   if (!takeCore(0) || !second.ask(kWork)) state.SkipWithError("the second process does not run");
   for (auto _ : state) kStep();
   second.ask(Work::kRest);
