@@ -35,8 +35,8 @@ bool isCounting(const GTraceControlBlock& block) noexcept {
   return (block.options.mode & GTRACE_FUNCTION_COUNT) != 0;
 }
 
-void clearTable(GTraceControlBlock& block) noexcept {
-  std::memset(static_cast<void*>(&block + 1), 0, block.options.bufferSize);
+void clearTable(GTraceControlBlock& block, uint32_t size) noexcept {
+  std::memset(static_cast<void*>(&block + 1), 0, size);
 }
 
 void clearFixedPart(GTraceControlBlock& block) noexcept {
@@ -84,7 +84,7 @@ OSSErr gtraceInitialize(void* block, const GTraceOptions* options) noexcept {
   auto& formatted = *static_cast<GTraceControlBlock*>(block);
   if ((options->mode & GTRACE_FUNCTION_COUNT) != 0) {
     clearFixedPart(formatted);
-    std::memset(static_cast<void*>(&formatted + 1), 0, options->bufferSize);
+    clearTable(formatted, options->bufferSize);
     finish(formatted, *options, 0);
     return ECF_OK;
   }
@@ -177,7 +177,7 @@ OSSErr gtraceClear() noexcept {
   if (current.rc != ECF_OK) return current.rc;
   if (!isCounting(*current.block)) return ramboNewSequence(&ringOf(*current.block));
 
-  clearTable(*current.block);
+  clearTable(*current.block, current.block->options.bufferSize);
   return ECF_OK;
 }
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/ossoperation.h"
-#include "tests/core/ossoperation_fakes.h"
+#include "tests/core/tracedtest.h"
 
 namespace oss {
 namespace {
@@ -20,19 +20,9 @@ using fakes::note;
 using fakes::text;
 using testing::ElementsAre;
 
-class CalledOperationTest : public testing::Test {
+class CalledOperationTest : public fakes::TracedTest {
  protected:
-  void SetUp() override {
-    g_calls.clear();
-    g_mapped = ECF_NO_MEMORY;
-    g_mappedLevel = OSS_LOG_ERROR;
-    g_levelOfCode = OSS_LOG_INFO;
-    g_pGTCB = &block_;
-  }
-  void TearDown() override { g_pGTCB = nullptr; }
-
-  GTraceControlBlock block_ = {
-      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
+  CalledOperationTest() : TracedTest(ECF_NO_MEMORY, OSS_LOG_ERROR) {}
 };
 
 constexpr const char* kEntry = "entry 0000000089ABCDEF 081A005B";

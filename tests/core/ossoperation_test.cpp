@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/core/ossoperation_fakes.h"
+#include "tests/core/tracedtest.h"
 
 namespace oss {
 namespace {
@@ -22,19 +22,9 @@ using fakes::text;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class OperationTest : public testing::Test {
+class OperationTest : public fakes::TracedTest {
  protected:
-  void SetUp() override {
-    g_calls.clear();
-    g_mapped = ECF_FILE_DOESNT_EXIST;
-    g_mappedLevel = OSS_LOG_INFO;
-    g_duringLog = nullptr;
-    g_pGTCB = &block_;
-  }
-  void TearDown() override { g_pGTCB = nullptr; }
-
-  GTraceControlBlock block_ = {
-      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
+  OperationTest() : TracedTest(ECF_FILE_DOESNT_EXIST, OSS_LOG_INFO) {}
 };
 
 struct Record {

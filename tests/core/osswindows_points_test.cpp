@@ -2,39 +2,25 @@
 // calls the library's other parts.
 #include <gmock/gmock.h>
 
-#include <utility>
 #include <vector>
 
 #include "core/osswindows.h"
 #include "osscatalog.h"
 #include "osstrace.h"
-#include "tests/core/ossoperation_fakes.h"
+#include "tests/core/tracedtest.h"
 
-using oss::fakes::g_calls;
 using testing::ElementsAre;
 
 namespace {
 
-class TerminalServicesPoints : public testing::Test {
+class TerminalServicesPoints : public oss::fakes::TracedTest {
  protected:
-  TerminalServicesPoints() {
-    g_calls.clear();
-    g_pGTCB = &block_;
-  }
-  ~TerminalServicesPoints() override { g_pGTCB = nullptr; }
-
-  static std::vector<std::string> calls() { return std::exchange(g_calls, {}); }
-
   // The calls for one suite, as two bytes. Whether this system has it decides the answer.
   static std::vector<std::string> expected(const std::string& suite, uint32_t answer) {
     return {"entry 0000000089ABCDEF 081A00A7",
             "data 0000000089ABCDEF 081A00A7 probe 10 type 3 {0 2 " + suite + "}",
             oss::fakes::text("exit 0000000089ABCDEF 081A00A7 rc %016X extra 0", answer)};
   }
-
- private:
-  GTraceControlBlock block_ = {
-      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
 };
 
 TEST_F(TerminalServicesPoints, TheQuestionShowsTheSuite) {

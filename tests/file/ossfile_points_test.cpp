@@ -11,7 +11,7 @@
 #include "osscatalog.h"
 #include "ossfile.h"
 #include "osstrace.h"
-#include "tests/core/ossoperation_fakes.h"
+#include "tests/core/tracedtest.h"
 
 using namespace osse_test;
 using oss::fakes::g_calls;
@@ -67,22 +67,12 @@ std::string found(unsigned function, OSSErr code, unsigned probe, unsigned level
 // ---- The operations ----
 
 // Tracing is on. The calls of a step are those since the last.
-class FilePoints : public testing::Test {
+class FilePoints : public oss::fakes::TracedTest {
  protected:
-  FilePoints() {
-    writeFile(path_, "0123456789");
-    oss::fakes::g_mapped = ECF_INVALID_PARAMETER;
-    oss::fakes::g_mappedLevel = OSS_LOG_INFO;
-    oss::fakes::g_duringLog = nullptr;
-    g_pGTCB = &block_;
-    g_calls.clear();
-  }
+  FilePoints() : TracedTest(ECF_INVALID_PARAMETER, OSS_LOG_INFO) { writeFile(path_, "0123456789"); }
   ~FilePoints() override {
-    g_pGTCB = nullptr;
     if (file_.getFileHandle() != INVALID_HANDLE_VALUE) ::CloseHandle(file_.getFileHandle());
   }
-
-  static std::vector<std::string> calls() { return std::exchange(g_calls, {}); }
 
   OSSFileOpenParam openParam() const {
     OSSFileOpenParam param;
@@ -102,8 +92,6 @@ class FilePoints : public testing::Test {
 
   TempDirectory dir_;
   const std::string path_ = dir_.file("file");
-  GTraceControlBlock block_ = {
-      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
   OSSHFile file_;
 };
 

@@ -218,10 +218,10 @@ TEST_P(LogZoneTest, ARecordShowsItsOffset) {
 // Deliberate, in the last rows: whatever lies further east than 12 hours is shown as a zone in the
 // west, and 12 hours west as 12 hours east.
 INSTANTIATE_TEST_SUITE_P(Zones, LogZoneTest,
-                         Values(Zone{"UTC0", 0}, Zone{"XXX-1", 60}, Zone{"XXX5", -300},
-                                Zone{"XXX-5:30", 330}, Zone{"XXX3:30", -210}, Zone{"XXX-12", 720},
-                                Zone{"XXX12", 720}, Zone{"XXX-12:45", -675}, Zone{"XXX-13", -660},
-                                Zone{"XXX-14", -600}),
+                         Values(Zone{"UTC0", 0}, Zone{"STD-1", 60}, Zone{"STD5", -300},
+                                Zone{"STD-5:30", 330}, Zone{"STD3:30", -210}, Zone{"STD-12", 720},
+                                Zone{"STD12", 720}, Zone{"STD-12:45", -675}, Zone{"STD-13", -660},
+                                Zone{"STD-14", -600}),
                          [](const auto& row) { return "Row" + std::to_string(row.index); });
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <utility>
 #include <vector>
 
 #include "memory/ossmemdbg.h"
@@ -12,9 +11,8 @@
 #include "osscatalog.h"
 #include "ossstring.h"
 #include "osstrace.h"
-#include "tests/core/ossoperation_fakes.h"
+#include "tests/core/tracedtest.h"
 
-using oss::fakes::g_calls;
 using oss::fakes::note;
 using testing::ElementsAre;
 
@@ -57,22 +55,12 @@ std::string freeExit(OSSErr rc = ECF_OK) {
   return oss::fakes::text("exit 0000000089ABCDEF 081A0059 rc %016X extra 0", rc);
 }
 
-class MemoryPoints : public testing::Test {
+class MemoryPoints : public oss::fakes::TracedTest {
  protected:
-  MemoryPoints() {
-    oss::fakes::g_mapped = ECF_NO_MEMORY;
-    oss::fakes::g_mappedLevel = OSS_LOG_ERROR;
-    oss::fakes::g_duringLog = nullptr;
+  MemoryPoints() : TracedTest(ECF_NO_MEMORY, OSS_LOG_ERROR) {
     oss::g_memDebug.eyeCatcher = OSS_MEM_DEBUG_OFF;
-    g_pGTCB = &block_;
-    g_calls.clear();
   }
-  ~MemoryPoints() override { g_pGTCB = nullptr; }
 
-  static std::vector<std::string> calls() { return std::exchange(g_calls, {}); }
-
-  GTraceControlBlock block_ = {
-      .initialized = 1, .enabled = 1, .stopCounter = 0, .reserved = 0, .options = {}};
   void* memory_ = nullptr;
 };
 
