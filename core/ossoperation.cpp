@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "core/osserrorlevel.h"
@@ -32,6 +33,31 @@ void traceError(Func self, Probe probe, const OSSErr& rc) noexcept {
   if (tracing())
     gtraceErrorVar(traceThread(), idOf(self), traceProbe(probe), GTRACE_ERROR, 0, 1, kBlockItem,
                    uint64_t{sizeof rc}, &rc);
+}
+
+// The error is an argument because everything here changes the last one.
+void logSystemError(Func self, Probe probe, OSSErr code, Level level, SysCall call, uint32_t error,
+                    LogArgs args) noexcept {
+  assert(numbersRise(args));
+  writeLogRecord(nullptr,
+                 {.funcId = idOf(self),
+                  .messageCode = code,
+                  .probe = probe,
+                  .level = level,
+                  .called = LogEvent::Called::System,
+                  .calledFuncId = idOf(call),
+                  .sysError = error},
+                 {args.begin(), args.size()});
+}
+
+OSSErr logMappedError(Func self, Probe probe, FailedCall call, uint32_t error,
+                      LogArgs args) noexcept {
+  uint64_t level = 0;
+  const Func mapper = call.mappedFor != Func{} ? call.mappedFor : self;
+  const OSSErr rc = ossErrorMapSystem(idOf(mapper), probe, idOf(call.mappedAs), error, &level);
+  const OSSErr logged = call.loggedCode != ECF_OK ? call.loggedCode : rc;
+  logSystemError(self, probe, logged, level, call.loggedAs, error, args);
+  return rc;
 }
 
 }  // namespace
@@ -94,25 +120,26 @@ OSSErr Operation::report(Func self, Probe probe, OSSErr rc, Level level, LogData
 }
 
 OSSErr logSystemFailure(Func self, Probe probe, FailedCall call, LogArgs args) noexcept {
-  const DWORD error = ::GetLastError();  // first: everything below changes it
-  assert(numbersRise(args));
-
-  uint64_t level = 0;
-  const OSSErr rc = ossErrorMapSystem(idOf(self), probe, idOf(call.mappedAs), error, &level);
-  writeLogRecord(nullptr,
-                 {.funcId = idOf(self),
-                  .messageCode = rc,
-                  .probe = probe,
-                  .level = level,
-                  .called = LogEvent::Called::System,
-                  .calledFuncId = idOf(call.loggedAs),
-                  .sysError = error},
-                 {args.begin(), args.size()});
-  return rc;
+  return logMappedError(self, probe, call, ::GetLastError(), args);
 }
 
 OSSErr Operation::reportSystem(Func self, Probe probe, FailedCall call, LogArgs args) noexcept {
   const OSSErr rc = logSystemFailure(self, probe, call, args);
+  traceError(self, probe, rc);
+  return rc;
+}
+
+OSSErr Operation::reportErrno(Func self, Probe probe, SysCall call, LogArgs args) noexcept {
+  const OSSErr rc =
+      logMappedError(self, probe, FailedCall{call}, static_cast<uint32_t>(errno), args);
+  traceError(self, probe, rc);
+  return rc;
+}
+
+OSSErr Operation::reportUnmapped(Func self, Probe probe, SysCall call, OSSErr rc,
+                                 LogArgs args) noexcept {
+  const DWORD error = ::GetLastError();  // first: everything below changes it
+  logSystemError(self, probe, rc, logLevelOf(rc), call, error, args);
   traceError(self, probe, rc);
   return rc;
 }

@@ -81,10 +81,12 @@ inline bool tracing() noexcept {
 }
 
 // The call that failed. Some operations map a failure under one identifier and log it under
-// another.
+// another, log a code that they do not return, or map it in another operation's name.
 struct FailedCall {
   SysCall mappedAs;
   SysCall loggedAs = mappedAs;
+  OSSErr loggedCode = ECF_OK;  // 0: the mapped one
+  Func mappedFor = Func{};     // none: the operation itself
 };
 
 // Maps the last error of a failed call, logs the failure and returns its code, without tracing. The
@@ -155,6 +157,17 @@ class Operation {
     return failSystem(probe, FailedCall{call}, args);
   }
 
+  // Found by the C run-time: the same with errno.
+  [[nodiscard]] OSSErr failErrno(Probe probe, SysCall call, LogArgs args = {}) noexcept {
+    return answer(reportErrno(self_, probe, call, args));
+  }
+
+  // Found by the system, whose error is logged and not mapped: the code is the operation's own.
+  [[nodiscard]] OSSErr failUnmapped(Probe probe, SysCall call, OSSErr rc,
+                                    LogArgs args = {}) noexcept {
+    return answer(reportUnmapped(self_, probe, call, rc, args));
+  }
+
   // Found by the system and told by a code only: maps the error, records an error trace point.
   [[nodiscard]] OSSErr failUnlogged(Probe probe, SysCall call, uint32_t error) noexcept {
     return answer(reportUnlogged(self_, probe, call, error));
@@ -189,6 +202,10 @@ class Operation {
                                            LogArgs args) noexcept;
   [[gnu::cold]] static OSSErr reportSystem(Func self, Probe probe, FailedCall call,
                                            LogArgs args) noexcept;
+  [[gnu::cold]] static OSSErr reportErrno(Func self, Probe probe, SysCall call,
+                                          LogArgs args) noexcept;
+  [[gnu::cold]] static OSSErr reportUnmapped(Func self, Probe probe, SysCall call, OSSErr rc,
+                                             LogArgs args) noexcept;
   [[gnu::cold]] static OSSErr reportUnlogged(Func self, Probe probe, SysCall call,
                                              uint32_t error) noexcept;
 

@@ -14,6 +14,8 @@
 // names the call, its error and its arguments. No operation retries, except a lock that waits.
 #pragma once
 
+#include "ossdirectory.h"      // names in directories, copies of trees
+#include "osspath.h"           // files and directories by their path
 #include "ossprimitivefile.h"  // one system handle and nothing else, for fault handlers
 #include "osstypes.h"
 

@@ -3,8 +3,8 @@
 //   tour [FILE] [--out FOLDER]
 //
 // It opens the diagnostic log, reads FILE in pieces, copies it, works on the copy, shares it with a
-// second process, converts numbers and times, runs into failures on purpose, and traces itself. In
-// the end it prints the log that this left behind.
+// second process, keeps it in trees, converts numbers and times, runs into failures on purpose, and
+// traces itself. In the end it prints the log that this left behind.
 #include "tour.h"
 
 #include <cstdarg>
@@ -138,6 +138,7 @@ int main(int argc, char** argv) {
   tour::readAndCopy(stage);
   tour::workOnTheCopy(stage);
   tour::lockFromTwoProcesses(stage);
+  tour::keepTrees(stage);
   tour::convertNumbersAndTimes(stage);
   tour::debugMemory(stage);
   tour::runThreads(stage);

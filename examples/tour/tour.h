@@ -33,6 +33,7 @@ int surprises();
 void readAndCopy(const Stage& stage);
 void workOnTheCopy(const Stage& stage);
 void lockFromTwoProcesses(const Stage& stage);
+void keepTrees(const Stage& stage);
 void convertNumbersAndTimes(const Stage& stage);
 void debugMemory(const Stage& stage);
 void runThreads(const Stage& stage);

@@ -8,6 +8,7 @@
 #include "harness/peimage.h"
 #include "ossassert.h"
 #include "osscatalog.h"
+#include "ossdirectory.h"
 #include "ossfile.h"
 #include "osshexdump.h"
 #include "osslog.h"

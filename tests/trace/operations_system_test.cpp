@@ -1,6 +1,7 @@
 // The trace of every operation that has a frame, once as it succeeds and once as it fails: entry,
 // data points, error point, exit, and those of the operations that it calls. The cases of the file
-// handle are in operations_files.cpp.
+// handle are in operations_files.cpp, those of directories in operations_directories.cpp, those of
+// paths in operations_paths.cpp.
 //
 // The build lists the operations that open a frame (framedoperations.cmake); one without cases
 // fails the last test.
@@ -213,7 +214,10 @@ std::string caseName(const testing::TestParamInfo<Case>& info) {
   return name + (info.param.succeeds ? "Succeeds" : "Fails") + std::to_string(info.index);
 }
 
+INSTANTIATE_TEST_SUITE_P(Directories, OperationTraceTest, testing::ValuesIn(directoryCases()),
+                         caseName);
 INSTANTIATE_TEST_SUITE_P(Files, OperationTraceTest, testing::ValuesIn(fileCases()), caseName);
+INSTANTIATE_TEST_SUITE_P(Paths, OperationTraceTest, testing::ValuesIn(pathCases()), caseName);
 INSTANTIATE_TEST_SUITE_P(Others, OperationTraceTest, testing::ValuesIn(kOtherCases), caseName);
 
 TEST(OperationTraces, CoverEveryOperationThatHasAFrame) {
@@ -224,7 +228,8 @@ TEST(OperationTraces, CoverEveryOperationThatHasAFrame) {
   };
   for (const bool succeeds : {true, false}) {
     std::set<std::string> covered;
-    for (const std::span<const Case> cases : {fileCases(), std::span<const Case>(kOtherCases)})
+    for (const std::span<const Case> cases :
+         {directoryCases(), fileCases(), pathCases(), std::span<const Case>(kOtherCases)})
       for (const Case& each : cases)
         if (each.succeeds == succeeds) covered.insert(ecfGetFunctionName(idOf(each.function)));
     EXPECT_EQ(covered, framed) << (succeeds ? "that succeed" : "that fail");

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <utility>
@@ -38,6 +39,12 @@ inline Trace framed(oss::Func function, OSSErr rc, const Trace& within = {}) {
   Trace trace = {{idOf(function), 1, 0, 0, {}}};
   trace.insert(trace.end(), within.begin(), within.end());
   trace.push_back({idOf(function), 2, 0, rc, {}});
+  return trace;
+}
+
+inline Trace joined(std::initializer_list<Trace> parts) {
+  Trace trace;
+  for (const Trace& part : parts) trace.insert(trace.end(), part.begin(), part.end());
   return trace;
 }
 
@@ -112,7 +119,9 @@ struct Case {
   Trace (*play)(Scene&);  // returns the expected records
 };
 
-// Those of the file handle.
+// Those of directory listings and tree copies, of the file handle, and of paths.
+std::span<const Case> directoryCases();
 std::span<const Case> fileCases();
+std::span<const Case> pathCases();
 
 }  // namespace osse_test

@@ -125,6 +125,14 @@ check_debug() {
   testUnderWine mingw-debug
 }
 
+# The tests that have a larger size than ./dev test has the time for. Part of a long check only.
+check_large() {
+  build mingw-release --target osse_tests
+  warmWine
+  OSSE_LARGE_TREE=1 cmake/wine-run.sh build/mingw-release/bin/osse_tests.exe \
+    --gtest_filter='LargeTree.*'
+}
+
 # Clang's own compile commands; GCC's name headers that it does not find.
 check_tidy() {
   local sources
@@ -169,6 +177,7 @@ runChecks() {
   for name in "$@"; do
     if [ "$name" = --long ]; then
       long=yes
+      checks+=(large)
     elif [[ " ${checks[*]} " == *" $name "* ]]; then
       chosen+=("$name")
     else
