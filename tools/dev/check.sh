@@ -145,11 +145,13 @@ check_tidy() {
 # Every benchmark does its work, once, and every claim finds its two. Whether a claim is met is for
 # ./dev bench, on a machine that has nothing else to do.
 check_bench() {
-  local programs program output=build/bench/once.txt broken=0
+  local programs program output=$root/build/bench/once.txt broken=0
   buildBenchmarks
   warmWine
+  mkdir -p build/bench
   for program in "${programs[@]}"; do
-    cmake/wine-run.sh "$program" --benchmark_repetitions=1 > "$output" &&
+    (cd build/bench &&
+      "$root/cmake/wine-run.sh" "$root/$program" --benchmark_repetitions=1) > "$output" &&
       grep -q 'measured : peer' "$output" && ! grep -q 'not measured' "$output" && continue
     echo "$program:"
     cat "$output"
