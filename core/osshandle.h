@@ -15,6 +15,16 @@ inline BOOL closeHandle(HANDLE handle) noexcept {
   return ::CloseHandle(handle);
 }
 
+// Waits on a handle as ::WaitForSingleObject does, but refuses the closed handle (all ones) as
+// invalid: a wait for the process itself would not end before the process does.
+inline DWORD waitForHandle(HANDLE handle, DWORD milliseconds) noexcept {
+  if (handle == INVALID_HANDLE_VALUE) {
+    ::SetLastError(ERROR_INVALID_HANDLE);
+    return WAIT_FAILED;
+  }
+  return ::WaitForSingleObject(handle, milliseconds);
+}
+
 // Closes a temporary handle on every path but the one that releases it. The caller's last error
 // survives.
 class ScopedHandle {

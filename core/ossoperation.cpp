@@ -56,7 +56,8 @@ OSSErr logMappedError(Func self, Probe probe, FailedCall call, uint32_t error,
   const Func mapper = call.mappedFor != Func{} ? call.mappedFor : self;
   const OSSErr rc = ossErrorMapSystem(idOf(mapper), probe, idOf(call.mappedAs), error, &level);
   const OSSErr logged = call.loggedCode != ECF_OK ? call.loggedCode : rc;
-  logSystemError(self, probe, logged, level, call.loggedAs, error, args);
+  const Func logger = call.loggedFor != Func{} ? call.loggedFor : self;
+  logSystemError(logger, probe, logged, level, call.loggedAs, error, args);
   return rc;
 }
 
@@ -105,7 +106,7 @@ OSSErr Operation::refuse(Func reportedAs, const uint64_t* version) noexcept {
 }
 
 OSSErr Operation::report(Func self, Probe probe, OSSErr rc, Level level, LogData data) noexcept {
-  constexpr size_t kMost = 4;
+  constexpr size_t kMost = 10;
   assert(data.size() <= kMost);
   LogArg args[kMost];
   uint32_t count = 0;
@@ -144,23 +145,28 @@ OSSErr Operation::reportUnmapped(Func self, Probe probe, SysCall call, OSSErr rc
   return rc;
 }
 
-OSSErr Operation::reportCalled(Func self, Probe probe, Func called, OSSErr rc,
+OSSErr Operation::reportCalled(Func self, Probe probe, Func called, OSSErr calledRC, OSSErr rc,
                                LogArgs args) noexcept {
   assert(numbersRise(args));
   writeLogRecord(nullptr,
                  {.funcId = idOf(self),
                   .messageCode = rc,
                   .probe = probe,
-                  .level = logLevelOf(rc),
+                  .level = logLevelOf(calledRC),
                   .called = LogEvent::Called::Function,
                   .calledFuncId = idOf(called),
-                  .calledRC = rc},
+                  .calledRC = calledRC},
                  {args.begin(), args.size()});
   return rc;
 }
 
 OSSErr Operation::reportUnlogged(Func self, Probe probe, SysCall call, uint32_t error) noexcept {
   const OSSErr rc = ossErrorMapSystem(idOf(self), probe, idOf(call), error, nullptr);
+  traceError(self, probe, rc);
+  return rc;
+}
+
+OSSErr Operation::reportTraced(Func self, Probe probe, OSSErr rc) noexcept {
   traceError(self, probe, rc);
   return rc;
 }

@@ -81,12 +81,13 @@ inline bool tracing() noexcept {
 }
 
 // The call that failed. Some operations map a failure under one identifier and log it under
-// another, log a code that they do not return, or map it in another operation's name.
+// another, log a code that they do not return, or map or log it in another operation's name.
 struct FailedCall {
   SysCall mappedAs;
   SysCall loggedAs = mappedAs;
   OSSErr loggedCode = ECF_OK;  // 0: the mapped one
   Func mappedFor = Func{};     // none: the operation itself
+  Func loggedFor = Func{};     // none: the operation itself
 };
 
 // Maps the last error of a failed call, logs the failure and returns its code, without tracing. The
@@ -139,6 +140,11 @@ class Operation {
     return answer(report(self_, probe, rc, level, data));
   }
 
+  // The same, reported in another operation's name.
+  [[nodiscard]] OSSErr failAs(Func reportedAs, Probe probe, OSSErr rc, Level level) noexcept {
+    return answer(report(reportedAs, probe, rc, level, {}));
+  }
+
   // A field out of its range: an Info record that shows the field.
   [[nodiscard]] OSSErr failField(Probe probe, const uint64_t& field) noexcept {
     return fail(probe, ECF_INVALID_PARAMETER, OSS_LOG_INFO, {hex(field)});
@@ -146,7 +152,13 @@ class Operation {
 
   // Found by a called operation of the library, which has logged its own share.
   [[nodiscard]] OSSErr failCalled(Probe probe, Func called, OSSErr rc, LogArgs args = {}) noexcept {
-    return answer(reportCalled(self_, probe, called, rc, args));
+    return failCalledAs(probe, called, rc, rc, args);
+  }
+
+  // The same, told to the caller by a code of the operation's own.
+  [[nodiscard]] OSSErr failCalledAs(Probe probe, Func called, OSSErr calledRC, OSSErr rc,
+                                    LogArgs args = {}) noexcept {
+    return answer(reportCalled(self_, probe, called, calledRC, rc, args));
   }
 
   // Found by the system: maps the last error, logs, records an error trace point.
@@ -171,6 +183,11 @@ class Operation {
   // Found by the system and told by a code only: maps the error, records an error trace point.
   [[nodiscard]] OSSErr failUnlogged(Probe probe, SysCall call, uint32_t error) noexcept {
     return answer(reportUnlogged(self_, probe, call, error));
+  }
+
+  // Found by a called operation, which has logged it: records an error trace point.
+  [[nodiscard]] OSSErr failTraced(Probe probe, OSSErr rc) noexcept {
+    return answer(reportTraced(self_, probe, rc));
   }
 
   // A data point. Its items are made only while tracing, so they must cost nothing to name.
@@ -198,8 +215,8 @@ class Operation {
   [[gnu::cold]] static OSSErr refuse(Func reportedAs, const uint64_t* version) noexcept;
   [[gnu::cold]] static OSSErr report(Func self, Probe probe, OSSErr rc, Level level,
                                      LogData data) noexcept;
-  [[gnu::cold]] static OSSErr reportCalled(Func self, Probe probe, Func called, OSSErr rc,
-                                           LogArgs args) noexcept;
+  [[gnu::cold]] static OSSErr reportCalled(Func self, Probe probe, Func called, OSSErr calledRC,
+                                           OSSErr rc, LogArgs args) noexcept;
   [[gnu::cold]] static OSSErr reportSystem(Func self, Probe probe, FailedCall call,
                                            LogArgs args) noexcept;
   [[gnu::cold]] static OSSErr reportErrno(Func self, Probe probe, SysCall call,
@@ -208,6 +225,7 @@ class Operation {
                                              LogArgs args) noexcept;
   [[gnu::cold]] static OSSErr reportUnlogged(Func self, Probe probe, SysCall call,
                                              uint32_t error) noexcept;
+  [[gnu::cold]] static OSSErr reportTraced(Func self, Probe probe, OSSErr rc) noexcept;
 
   const Func self_;
   OSSErr rc_ = ECF_OK;

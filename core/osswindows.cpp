@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "core/ossmodule.h"
 #include "core/ossoperation.h"
 #include "memory/ossmemdbg.h"
 #include "numeric/ossspintuning.h"
@@ -49,11 +50,6 @@ struct VersionFunctions {
   SetConditionMask setConditionMask = nullptr;
   VerifyVersion verifyVersion = nullptr;
 };
-
-template <class Function>
-Function functionOf(HMODULE module, const char* name) noexcept {
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(module, name)));
-}
 
 // Finds both functions; otherwise reports what is missing and returns false. The code of the
 // failure goes nowhere: the operation answers with a mode.

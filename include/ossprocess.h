@@ -1,122 +1,104 @@
-// ossprocess.h - threads, thread-specific data, and who runs.
+// ossprocess.h - processes: starting another program, and the one that runs.
 //
-// A thread that is started joinable must be waited for before its handle may be closed; one that is
-// not joinable may be closed at once and runs on. One thread controls an OSSHThread at a time.
+// A program is started and let go of, or started and waited for. Either way nothing of it is left
+// with the caller but its identifier and, waited for, its exit code: no system handle outlives
+// OSSHProcess::create, and there is nothing to close.
 //
-// Every operation with a name of its own in the catalog is traced. One with a parameter record
-// first refuses a null record (ECF_INVALID_PARAMETER, probe 1111) and one older than 20040702
-// (ECF_INVALID_VERSION, probe 1112), logged at level Error. Every other refusal is logged, too:
-// what the operation finds itself at level Info, what the system refuses as its mapping says
-// (ossErrorMapSystem).
+// OSSHProcess::create is traced, and so are its two inner halves. It first refuses a null record
+// (ECF_INVALID_PARAMETER, probe 1111) and one older than 20040702 (ECF_INVALID_VERSION, probe
+// 1112), logged at level Error. One thread uses an OSSHProcess at a time.
 #pragma once
 
+#include "osslibrary.h"  // dynamic libraries
+#include "ossthread.h"   // threads, thread-specific data
 #include "osstypes.h"
 
 extern "C" {
 
-/// The system's identifier of the calling thread. Any thread, any time; not traced.
-OSS_API uint32_t ossThreadID() noexcept;
-
-/// Ends the calling thread with exit code 0. Does not return; not traced.
-[[noreturn]] OSS_API void ossThreadExit() noexcept;
-
 /// The system's identifier of the process. Any thread, any time; not traced.
 OSS_API uint32_t ossProcessID() noexcept;
 
+/// The parent is not known on this platform: 0xFFFFFFFF, always. Not traced.
+OSS_API uint32_t ossProcessParentID() noexcept;
+
+/// Ends the process with an exit code. Does not return; not traced.
+[[noreturn]] OSS_API void ossProcessExit(uint32_t code) noexcept;
+
 }  // extern "C"
 
-// ---- Threads ------------------------------------------------------------------------------------
+// ---- Starting a program -------------------------------------------------------------------------
 
-/// A bit of OSSThreadParam::flags: the thread must be waited for before its handle is closed.
-inline constexpr uint64_t OSS_THREAD_JOINABLE = 1;
+/// Bits of OSSProcessParam::flags. Their sums are accepted, and 8 beside OSS_PROCESS_SYNCHRONOUS
+/// alone. Without one of the first two no bit counts: inheritance alone is none.
+inline constexpr uint64_t OSS_PROCESS_DETACHED = 1;     ///< without the caller's console
+inline constexpr uint64_t OSS_PROCESS_SYNCHRONOUS = 2;  ///< create waits for the child's end
+inline constexpr uint64_t OSS_PROCESS_INHERIT = 4;      ///< the child has the inheritable handles
 
-struct OSSThreadParam {
+struct OSSProcessParam {
   uint64_t version = OSS_VERSION_CURRENT;
-  uint64_t flags = 0;      ///< OSS_THREAD_JOINABLE; other bits are ignored
-  uint64_t stackSize = 0;  ///< bytes; 0 for the system's default; more than 32 bits are cut to them
+  const char* program = nullptr;  ///< a path, which is put in quotation marks unless it begins with
+                                  ///< one; then it may be more than a path. Required
+  const char* arguments = nullptr;    ///< NUL-terminated texts, one behind the other, ended by an
+                                      ///< empty one; null for none
+  const char* environment = nullptr;  ///< a block as the system takes it: NAME=value texts, ended
+                                      ///< by an empty one; null for the caller's own
+  uint64_t flags = 0;                 ///< OSS_PROCESS_...; create may set it to 0
 };
-OSS_LAYOUT(OSSThreadParam, 24);
-OSS_FIELD(OSSThreadParam, version, 0, 8);
-OSS_FIELD(OSSThreadParam, flags, 8, 8);
-OSS_FIELD(OSSThreadParam, stackSize, 16, 8);
+OSS_LAYOUT(OSSProcessParam, 40);
+OSS_FIELD(OSSProcessParam, version, 0, 8);
+OSS_FIELD(OSSProcessParam, program, 8, 8);
+OSS_FIELD(OSSProcessParam, arguments, 16, 8);
+OSS_FIELD(OSSProcessParam, environment, 24, 8);
+OSS_FIELD(OSSProcessParam, flags, 32, 8);
 
-class OSS_API OSSHThread {
+/// How a child ended.
+struct OSSProcessStatus {
+  uint32_t reserved0 = 0;  ///< 0 on this platform
+  uint32_t exitCode = 0;   ///< whatever the child gave, 259 too
+  uint32_t reserved2 = 0;  ///< 0 on this platform
+};
+OSS_LAYOUT(OSSProcessStatus, 12);
+OSS_FIELD(OSSProcessStatus, reserved0, 0, 4);
+OSS_FIELD(OSSProcessStatus, exitCode, 4, 4);
+OSS_FIELD(OSSProcessStatus, reserved2, 8, 4);
+
+class OSS_API OSSHProcess {
  public:
-  /// Constructs a handle without a thread.
-  OSSHThread() noexcept = default;
+  /// Constructs a handle without a child.
+  OSSHProcess() noexcept;
 
-  /// Closes the handle if there is one. A thread that is joinable and has not been waited for is
-  /// reported as by close(), and its handle stays open.
-  ~OSSHThread();
-
-  OSSHThread(const OSSHThread&) = delete;
-  OSSHThread& operator=(const OSSHThread&) = delete;
-
-  /// Starts a thread that calls entry(argument) and ends with exit code 0.
-  /// \param argument  passed on; whose it is, is between the caller and the entry
-  /// \param threadID  receives the thread's identifier; may be null
-  /// \retval 0                           the thread runs
-  /// \retval ECF_THREAD_ALREADY_CREATED  the handle has a thread, which is not touched (probe 30)
-  /// \retval ECF_INVALID_PARAMETER       `entry` is null (40)
-  /// \return otherwise the allocator's code (90), or the system's refusal, mapped (100). When the
-  ///         system refuses, 16 bytes of the library's memory stay allocated
-  OSSErr create(void (*entry)(void*), void* argument, const OSSThreadParam* param,
-                unsigned long* threadID) noexcept;
-
-  /// Waits without limit until the thread has ended. The handle stays open.
-  /// \retval 0                       it has ended
-  /// \retval ECF_THREAD_NOT_CREATED  the handle has no thread (10)
-  /// \retval ECF_THREAD_CANNOT_WAIT  the thread is not joinable, or was waited for already (20)
-  /// \return otherwise the system's refusal, mapped (0); the thread counts as waited for
-  OSSErr wait() noexcept;
-
-  /// Closes the handle; the thread is not stopped by it. The handle can then start another thread.
-  /// \retval 0                       closed; what the system says to it is not asked
-  /// \retval ECF_THREAD_NOT_CREATED  the handle has no thread (10)
-  /// \retval ECF_THREAD_MUST_WAIT    the thread is joinable and has not been waited for (20)
-  OSSErr close() noexcept;
+  /// Starts a program in the caller's working directory, with its window hidden. The command line
+  /// is the program and the arguments, with a blank between each:
+  ///
+  ///   program C:\tools\a.exe, arguments "x", "y z"   ->   "C:\tools\a.exe" x y z
+  ///
+  /// Arguments are joined as they are. One with a blank or a quotation mark in it reaches the
+  /// child's main as the caller means it only if the caller has quoted it. An object may be used
+  /// again and again.
+  /// \param param      param->flags becomes 0 unless one of the first two bits is set
+  /// \param processID  receives the child's identifier: at once or, synchronous, when it has ended;
+  ///                   may be null
+  /// \param status     synchronous, receives how the child ended; may be null
+  /// \retval 0                      the child runs or, synchronous, has ended, whatever its code
+  /// \retval ECF_INVALID_PARAMETER  the program is null or the flags are not accepted (probe 30)
+  /// \return otherwise the code of the inner half, logged once more at probe 40: memory for the
+  ///         command line (10, 20), the security attributes (30), the system's refusal of the
+  ///         program (40), logged under the half that starts it; the wait (50), a wait that ends
+  ///         otherwise, as ECF_FAILED (60), the exit code (70), logged under the half that waits.
+  ///         From 50 on the child was started and runs on; *processID is not set.
+  OSSErr create(OSSProcessParam* param, unsigned long* processID,
+                OSSProcessStatus* status) noexcept;
 
  private:
   struct Layout;
 
-  uint32_t threadID_ = 0;
-  void* handle_ = nullptr;
-  bool created_ = false;   // a thread was started and its handle is open
-  bool joinable_ = false;  // and it must be waited for
+  OSSErr createProcess(const OSSProcessParam& param, unsigned long* processID,
+                       OSSProcessStatus* status) noexcept;
+  OSSErr wait(unsigned long processID, OSSProcessStatus* status) noexcept;
+
+  bool mustWait_ = false;  // the child was started synchronously and not waited for
+  bool created_ = false;   // a child was started
+  uint64_t flags_ = 0;
+  void* processHandle_;  // all ones outside create
 };
-OSS_LAYOUT(OSSHThread, 24);
-
-// ---- Thread-specific data -----------------------------------------------------------------------
-
-/// One slot that holds a pointer for each thread. Each thread sees null until it sets its own
-/// pointer. An object names no slot until create(); copies name the same one; nothing is released
-/// by a destructor. Between create() and destroy() any thread may set and get at any time. What the
-/// system refuses is logged under the inner operation of the same name.
-class OSS_API OSSHThreadSpecificData {
- public:
-  /// Takes a slot.
-  /// \retval 0  taken
-  /// \return otherwise the system's refusal, mapped (20)
-  OSSErr create() noexcept;
-
-  /// Gives the slot back. The pointers in it are the threads' to release.
-  /// \retval 0  given back
-  /// \return otherwise the system's refusal, mapped (20)
-  OSSErr destroy() noexcept;
-
-  /// Stores the calling thread's pointer.
-  /// \retval 0  always; a refusal of the system is only logged (20)
-  OSSErr set(const void* value) noexcept;
-
-  /// Fetches the calling thread's pointer.
-  /// \param value  receives it, also when it is null
-  /// \retval 0                                *value is not null
-  /// \retval ECF_INVALID_INVOCATION_SEQUENCE  it is null: this thread has set none (10)
-  /// \retval ECF_INVALID_PARAMETER            `value` is null (1111)
-  /// \return otherwise the system's refusal, mapped (10)
-  OSSErr get(void** value) noexcept;
-
- private:
-  uint32_t index_;
-};
-OSS_LAYOUT(OSSHThreadSpecificData, 4);
+OSS_LAYOUT(OSSHProcess, 24);

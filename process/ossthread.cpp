@@ -7,7 +7,7 @@
 
 #include "core/ossoperation.h"
 #include "ossmemory.h"
-#include "ossprocess.h"
+#include "ossthread.h"
 
 using namespace oss;
 

@@ -3,7 +3,7 @@
 #include <windows.h>
 
 #include "core/ossoperation.h"
-#include "ossprocess.h"
+#include "ossthread.h"
 
 using namespace oss;
 

@@ -1,35 +1,13 @@
 // Two processes and one lock. The tour starts itself a second time; named events order the two.
-#include <windows.h>
-
 #include <string>
 
+#include "event.h"
 #include "ossfile.h"
 #include "ossprocess.h"
 #include "tour.h"
 
 namespace tour {
 namespace {
-
-class Handle {
- public:
-  explicit Handle(HANDLE handle) : handle_(handle) {}
-  ~Handle() {
-    if (handle_ != nullptr) ::CloseHandle(handle_);
-  }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-
-  HANDLE get() const { return handle_; }
-
- private:
-  HANDLE handle_;
-};
-
-constexpr DWORD kPatience = 30'000;  // milliseconds
-
-HANDLE eventOf(const std::string& name, const char* what) {
-  return ::CreateEventA(nullptr, TRUE, FALSE, (name + what).c_str());
-}
 
 bool openForLock(OSSHFile& file, const char* path) {
   OSSFileOpenParam open;

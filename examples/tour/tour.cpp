@@ -3,12 +3,14 @@
 //   tour [FILE] [--out FOLDER]
 //
 // It opens the diagnostic log, reads FILE in pieces, copies it, works on the copy, shares it with a
-// second process, keeps it in trees, converts numbers and times, runs into failures on purpose, and
+// second process, keeps it in trees, talks with another process through queues, shared memory and a
+// waitpost, converts numbers and times, starts other programs, runs into failures on purpose, and
 // traces itself. In the end it prints the log that this left behind.
 #include "tour.h"
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "ossfile.h"
@@ -125,6 +127,10 @@ int surprises() { return g_surprises; }
 int main(int argc, char** argv) {
   if (argc == 4 && std::strcmp(argv[1], "--hold-lock") == 0)
     return tour::holdLock(argv[2], argv[3]);
+  if (argc == 3 && std::strcmp(argv[1], "--exit-with") == 0) return std::atoi(argv[2]);
+  if (argc == 3 && std::strcmp(argv[1], "--run-until-told") == 0)
+    return tour::runUntilTold(argv[2]);
+  if (argc == 3 && std::strcmp(argv[1], "--serve") == 0) return tour::serve(argv[2]);
   if (argc == 2 && std::strcmp(argv[1], "--leak") == 0) return tour::leak();
   if (argc == 2 && std::strcmp(argv[1], "--help") == 0) return tour::usage(stdout, 0);
 
@@ -139,9 +145,11 @@ int main(int argc, char** argv) {
   tour::workOnTheCopy(stage);
   tour::lockFromTwoProcesses(stage);
   tour::keepTrees(stage);
+  tour::shareWithAnotherProcess(stage);
   tour::convertNumbersAndTimes(stage);
   tour::debugMemory(stage);
   tour::runThreads(stage);
+  tour::startPrograms(stage);
   tour::runIntoFailures(stage);
   tour::traceItself(stage);
   tour::printLog(stage);

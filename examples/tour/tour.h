@@ -34,15 +34,25 @@ void readAndCopy(const Stage& stage);
 void workOnTheCopy(const Stage& stage);
 void lockFromTwoProcesses(const Stage& stage);
 void keepTrees(const Stage& stage);
+void shareWithAnotherProcess(const Stage& stage);
 void convertNumbersAndTimes(const Stage& stage);
 void debugMemory(const Stage& stage);
 void runThreads(const Stage& stage);
+void startPrograms(const Stage& stage);
 void runIntoFailures(const Stage& stage);
 void traceItself(const Stage& stage);
 
 // The other process of an act: holds the lock of `file` from when it signals the event
 // "<name>.held" until it sees "<name>.done". Returns the process's exit code.
 int holdLock(const char* file, const char* name);
+
+// Another program of an act: signals the event "<name>.runs" and ends when it sees
+// "<name>.may-end".
+int runUntilTold(const char* name);
+
+// The other process of the act that shares: answers one question that comes through the queues
+// below `path`, and posts. Returns the process's exit code.
+int serve(const char* path);
 
 // The other process of another act: allocates three blocks and frees one.
 int leak();

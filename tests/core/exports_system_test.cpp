@@ -11,10 +11,12 @@
 #include "ossdirectory.h"
 #include "ossfile.h"
 #include "osshexdump.h"
+#include "ossipc.h"
 #include "osslog.h"
 #include "ossmemory.h"
 #include "ossnumeric.h"
 #include "ossprocess.h"
+#include "osssysinfo.h"
 #include "osstrace.h"
 #include "osstracedump.h"
 #include "osstracepoint.h"
@@ -71,8 +73,10 @@ TEST(Exports, TheClassesAreExported) {
       return name.starts_with("_ZN" + part) || name.starts_with("_ZNK" + part);
     });
   };
-  for (const char* const name : {"OSSHFile", "OSSLatch", "OSSVAtomicSigned32", "Uint128", "Sint128",
-                                 "OSSTick", "OSSTickDelta", "OSSTickConversionFactor"})
+  for (const char* const name :
+       {"OSSHFile", "OSSHIPCMemory", "OSSHIPCMemoryEx", "OSSHIPCPrivateMemory", "OSSHIPCSemaphore",
+        "OSSMountListing", "OSSLatch", "OSSVAtomicSigned32", "Uint128", "Sint128", "OSSTick",
+        "OSSTickDelta", "OSSTickConversionFactor"})
     EXPECT_TRUE(isExported(name)) << name;
 }
 

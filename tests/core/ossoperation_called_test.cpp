@@ -19,6 +19,7 @@ using fakes::g_mappedLevel;
 using fakes::note;
 using fakes::text;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 class CalledOperationTest : public fakes::TracedTest {
  protected:
@@ -44,6 +45,19 @@ TEST_F(CalledOperationTest, TheCodeOfACalledOperationIsLoggedAndReturned) {
                                    "log default 081A005B code 9000000D probe 90 level 4 "
                                    "function 081A0058 rc 9000000D",
                                    exitWith(ECF_NO_MEMORY)));
+}
+
+// Its own code tells the level; the caller hears the other.
+TEST_F(CalledOperationTest, ACalledOperationsCodeMayBeToldByAnother) {
+  const auto failAs = []() noexcept {
+    Operation op(Func::OSSHThread_create);
+    return op.failCalledAs(90, Func::ossMemAlloc, ECF_NO_MEMORY, ECF_FAILED);
+  };
+  EXPECT_EQ(failAs(), ECF_FAILED);
+  EXPECT_THAT(g_calls, ElementsAre(kEntry, "level 9000000D",
+                                   "log default 081A005B code 90000002 probe 90 level 4 "
+                                   "function 081A0058 rc 9000000D",
+                                   exitWith(ECF_FAILED)));
 }
 
 TEST_F(CalledOperationTest, TheCodesRuleChoosesTheLevelOfItsRecord) {
@@ -82,6 +96,27 @@ TEST_F(CalledOperationTest, WithTracingOffACalledOperationIsLoggedAllTheSame) {
   EXPECT_THAT(g_calls, ElementsAre("level 9000000D",
                                    "log default 081A005B code 9000000D probe 90 level 4 "
                                    "function 081A0058 rc 9000000D"));
+}
+
+// ---- A called operation, without a record ----
+
+OSSErr passOn(OSSErr rc) noexcept {
+  Operation op(Func::ossIPCGetQueResID);
+  return op.failTraced(30, rc);
+}
+
+TEST_F(CalledOperationTest, AFailureThatIsLoggedAlreadyIsAnErrorPoint) {
+  EXPECT_EQ(passOn(ECF_INVALID_VERSION), ECF_INVALID_VERSION);
+  EXPECT_THAT(g_calls,
+              ElementsAre("entry 0000000089ABCDEF 081A008E",
+                          "error 0000000089ABCDEF 081A008E probe 30 type 4 extra 0 {0 4 04000090}",
+                          "exit 0000000089ABCDEF 081A008E rc 0000000090000004 extra 0"));
+}
+
+TEST_F(CalledOperationTest, WithTracingOffAFailureThatIsLoggedAlreadyIsOnlyReturned) {
+  g_pGTCB = nullptr;
+  EXPECT_EQ(passOn(ECF_INVALID_VERSION), ECF_INVALID_VERSION);
+  EXPECT_THAT(g_calls, IsEmpty());
 }
 
 // ---- The system, without a record ----

@@ -213,10 +213,33 @@ TEST_F(OperationTest, ItemsOfAFailureOfItsOwnCountFromOne) {
                                    closeExit(0x90000022)));
 }
 
+TEST_F(OperationTest, AFailureOfItsOwnHasUpToTenItems) {
+  const uint8_t one = 1;
+  EXPECT_EQ(failItself({hex(one), hex(one), hex(one), hex(one), hex(one), hex(one), hex(one),
+                        hex(one), hex(one), uint(one)}),
+            ECF_FILE_SEEK_BEYOND_EOF);
+  EXPECT_EQ(g_calls[1],
+            "log default 081A0003 code 90000022 probe 150 level 3 nothing "
+            "#1 {-1 1 01} #2 {-1 1 01} #3 {-1 1 01} #4 {-1 1 01} #5 {-1 1 01} #6 {-1 1 01} "
+            "#7 {-1 1 01} #8 {-1 1 01} #9 {-1 1 01} #10 {-3 1 01}");
+}
+
 TEST_F(OperationTest, ANullTextIsANullItem) {
   EXPECT_EQ(failItself({string(nullptr)}), ECF_FILE_SEEK_BEYOND_EOF);
   EXPECT_EQ(g_calls[1],
             "log default 081A0003 code 90000022 probe 150 level 3 nothing #1 {-5 0 null}");
+}
+
+OSSErr failItselfInTheNameOfAnother() noexcept {
+  Operation op(Func::OSSHProcess_wait);
+  return op.failAs(Func::OSSHProcess_create, 10, ECF_PROCESS_NOT_CREATED, OSS_LOG_INFO);
+}
+
+TEST_F(OperationTest, AFailureOfItsOwnMayBeReportedInAnotherOperationsName) {
+  EXPECT_EQ(failItselfInTheNameOfAnother(), ECF_PROCESS_NOT_CREATED);
+  EXPECT_THAT(g_calls, ElementsAre("entry 0000000089ABCDEF 081A0069",
+                                   "log default 081A0067 code 90000083 probe 10 level 4 nothing",
+                                   "exit 0000000089ABCDEF 081A0069 rc 0000000090000083 extra 0"));
 }
 
 OSSErr refuseField(const uint64_t& field) noexcept {
@@ -309,6 +332,23 @@ TEST_F(OperationTest, AFailureMayBeMappedInAnotherOperationsName) {
                   "log default 081A0024 code 9000001A probe 10 level 4 system 0814006A error 5",
                   "error 0000000089ABCDEF 081A0024 probe 10 type 4 extra 0 {0 4 1A000090}",
                   "exit 0000000089ABCDEF 081A0024 rc 000000009000001A extra 0"));
+}
+
+OSSErr failInTheNameOfAnother() noexcept {
+  Operation op(Func::OSSHIPCWaitpost_reset);
+  ::SetLastError(5);
+  return op.failSystem(50,
+                       {.mappedAs = SysCall::ResetEvent, .loggedFor = Func::OSSHIPCWaitpost_post});
+}
+
+TEST_F(OperationTest, AFailureMayBeLoggedInAnotherOperationsName) {
+  EXPECT_EQ(failInTheNameOfAnother(), ECF_FILE_DOESNT_EXIST);
+  EXPECT_THAT(
+      g_calls,
+      ElementsAre("entry 0000000089ABCDEF 081A0053", "map 081A0053 probe 50 call 08140096 error 5",
+                  "log default 081A0052 code 9000001A probe 50 level 4 system 08140096 error 5",
+                  "error 0000000089ABCDEF 081A0053 probe 50 type 4 extra 0 {0 4 1A000090}",
+                  "exit 0000000089ABCDEF 081A0053 rc 000000009000001A extra 0"));
 }
 
 OSSErr failInRuntime() noexcept {

@@ -69,6 +69,8 @@ class Scene : public TraceTest {
   }
 
  public:
+  using TraceTest::records;
+
   void openFile() { ASSERT_EQ(file.open(&openParam), ECF_OK); }
 
   // Runs the operation, and it alone, with tracing on.
@@ -119,9 +121,15 @@ struct Case {
   Trace (*play)(Scene&);  // returns the expected records
 };
 
-// Those of directory listings and tree copies, of the file handle, and of paths.
+// Each family has its own.
 std::span<const Case> directoryCases();
 std::span<const Case> fileCases();
+std::span<const Case> ipcCases();
+std::span<const Case> ipcMemoryExCases();
 std::span<const Case> pathCases();
+std::span<const Case> processCases();
+std::span<const Case> queueCases();
+std::span<const Case> sysInfoCases();
+std::span<const Case> waitpostCases();
 
 }  // namespace osse_test

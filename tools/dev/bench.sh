@@ -1,7 +1,7 @@
 # ./dev bench: Google Benchmark's sources, and the benchmarks on one core. Sourced by ./dev.
 # shellcheck shell=bash
 
-benchmarkPackages=(dpkg-dev)
+benchmarkPackages=(dpkg-dev libboost-dev)
 
 # Debian's binary package is for this system, but the benchmarks are Windows programs: so its source
 # package. The archives are those that this machine takes its packages from, asked through a private

@@ -6,7 +6,7 @@
 . tools/dev/bench.sh
 . tools/dev/surface.sh
 
-checks=(format scripts paths headers surface traces bench asan tsan fuzz debug tidy)
+checks=(format scripts paths headers surface traces queues bench asan tsan fuzz debug tidy)
 
 # Files that are, or by the next commit will be, the project's.
 ownFiles() { git ls-files --cached --others --exclude-standard -- "$@"; }
@@ -76,6 +76,16 @@ check_traces() {
   ends 2 cmake/wine-run.sh build/mingw-release/bin/osse.exe trace export "$dump"
 }
 
+# Four processes that all put and get: what ./dev test does with few messages, with many.
+check_queues() {
+  local messages=200000
+  [ "$long" = no ] || messages=2000000
+  build mingw-release --target osse_tests
+  warmWine
+  OSSE_QUEUE_MESSAGES=$messages cmake/wine-run.sh build/mingw-release/bin/osse_tests.exe \
+    --gtest_filter=QueueTest.NothingIsLostDoubledMixedOrReorderedBetweenFourProcesses
+}
+
 # ends <exit code> <command...>
 ends() {
   local wanted=$1 code=0
@@ -92,7 +102,7 @@ check_asan() {
 # Only what threads share is worth the ThreadSanitizer's time.
 check_tsan() {
   build host-tsan
-  ctest --preset host-tsan -j "$jobs" -R 'Latch|Atomic|Ring'
+  ctest --preset host-tsan -j "$jobs" -R 'Latch|Atomic|Ring|Queue'
 }
 
 # The same inputs each time; a long check instead goes on from the inputs that the last one found.

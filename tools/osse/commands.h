@@ -1,5 +1,5 @@
-// commands.h - the subcommands of `osse trace`, as main.cpp calls them: each does its work, says
-// what went wrong on standard error, and returns the exit code.
+// commands.h - the commands `osse info`, `osse ipc` and `osse trace ...`, as main.cpp calls them:
+// each does its work, says what went wrong on standard error, and returns the exit code.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,12 @@ namespace oss::tool {
 inline constexpr int kDone = 0;
 inline constexpr int kFailed = 1;    // the file, the section or the system refuses
 inline constexpr int kBadUsage = 2;  // the command line does
+
+struct InfoCommand {
+  bool json = false;
+  std::string output;
+  int run() const;
+};
 
 struct FormatCommand {
   std::string file;
@@ -30,6 +36,15 @@ struct ExportCommand {
   std::string file;
   std::string output;
   Form form = Form::Perfetto;
+  int run() const;
+};
+
+struct IpcCommand {
+  std::string path;
+  int32_t number = 0;
+  bool local = false;
+  bool json = false;
+  std::string output;
   int run() const;
 };
 

@@ -15,6 +15,13 @@ void addOutput(CLI::App& command, std::string& output) {
   command.add_option("-o,--output", output, "write there instead of to standard output");
 }
 
+void addInfo(CLI::App& app, InfoCommand& info) {
+  CLI::App* const command =
+      app.add_subcommand("info", "show what the machine tells, each value with its status");
+  command->add_flag("--json", info.json, "as JSON instead of as a table");
+  addOutput(*command, info.output);
+}
+
 void addDump(CLI::App& trace, DumpCommand& dump) {
   CLI::App* const command =
       trace.add_subcommand("dump", "write what a traced program has recorded to a file");
@@ -60,9 +67,22 @@ void addExport(CLI::App& trace, ExportCommand& exporting) {
   addOutput(*command, exporting.output);
 }
 
+void addIpc(CLI::App& app, IpcCommand& ipc) {
+  CLI::App* const command = app.add_subcommand(
+      "ipc", "the objects that a path and a number name, and the message queue among them");
+  command->add_option("PATH", ipc.path, "the path that names were formed from")->required();
+  command->add_option("NUMBER", ipc.number, "the number of the object, or of the queue's first")
+      ->required();
+  command->add_flag("--local", ipc.local, "the name was formed as a local one");
+  command->add_flag("--json", ipc.json, "as JSON");
+  addOutput(*command, ipc.output);
+}
+
 int run(int argc, char** argv) {
-  CLI::App app("Controls the tracing of the operating-system services.", "osse");
+  CLI::App app("Shows the machine, and traces and inspects the operating-system services.", "osse");
   app.require_subcommand(1);
+  InfoCommand info;
+  addInfo(app, info);
   CLI::App* const trace = app.add_subcommand("trace", "dumps of traces");
   trace->require_subcommand(1);
 
@@ -74,12 +94,16 @@ int run(int argc, char** argv) {
   addFormat(*trace, format);
   addStats(*trace, stats);
   addExport(*trace, exporting);
+  IpcCommand ipc;
+  addIpc(app, ipc);
 
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& refusal) {
     return app.exit(refusal) == 0 ? kDone : kBadUsage;
   }
+  if (app.got_subcommand("info")) return info.run();
+  if (app.got_subcommand("ipc")) return ipc.run();
   const std::string chosen = trace->get_subcommands().front()->get_name();
   if (chosen == "dump") return dump.run();
   if (chosen == "format") return format.run();

@@ -26,11 +26,7 @@ class Session {
   }
 
   // \return the exit code
-  int close() {
-    if (output.flush()) return kDone;
-    complain("the output could not be written");
-    return kFailed;
-  }
+  int close() { return finish(output); }
 
   // Calls `use` for each record of the dump.
   template <class Use>

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "commands.h"
 #include "names.h"
 #include "osscatalog.h"
 
@@ -36,6 +37,12 @@ void complain(std::string_view text, OSSErr rc) {
   std::string line = std::string(text) + ": " + Names::codeName(rc);
   if (description != nullptr) line.append(", ").append(description);
   complain(line);
+}
+
+int finish(Output& output) {
+  if (output.flush()) return kDone;
+  complain("the output could not be written");
+  return kFailed;
 }
 
 OutputFile::~OutputFile() {

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "osstypes.h"
+#include "output.h"
 
 namespace oss::tool {
 
@@ -38,6 +39,10 @@ class OutputFile {
   void* handle_ = nullptr;
   bool isOurs_ = false;
 };
+
+// Hands the rest of a command's text to its file, and complains when not everything was written.
+// \return the exit code
+int finish(Output& output);
 
 // Tells how many records have been read, on standard error while that is a terminal.
 class Progress {
