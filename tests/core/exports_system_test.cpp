@@ -74,9 +74,9 @@ TEST(Exports, TheClassesAreExported) {
     });
   };
   for (const char* const name :
-       {"OSSHFile", "OSSHIPCMemory", "OSSHIPCMemoryEx", "OSSHIPCPrivateMemory", "OSSHIPCSemaphore",
-        "OSSMountListing", "OSSLatch", "OSSVAtomicSigned32", "Uint128", "Sint128", "OSSTick",
-        "OSSTickDelta", "OSSTickConversionFactor"})
+       {"OSSHFile", "OSSHIPCMemory", "OSSHIPCMemoryEx", "OSSHIPCPrivateMemory", "OSSHIPCQueue",
+        "OSSHIPCSemaphore", "OSSMountListing", "OSSDecfloat", "OSSLatch", "OSSVAtomicSigned32",
+        "Uint128", "Sint128", "OSSTick", "OSSTickDelta", "OSSTickConversionFactor"})
     EXPECT_TRUE(isExported(name)) << name;
 }
 

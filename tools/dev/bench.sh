@@ -1,7 +1,8 @@
 # ./dev bench: Google Benchmark's sources, and the benchmarks on one core. Sourced by ./dev.
 # shellcheck shell=bash
 
-benchmarkPackages=(dpkg-dev libboost-dev)
+# The headers are a peer's, and so is the last one, of the native programs.
+benchmarkPackages=(dpkg-dev g++ libboost-dev libintelrdfpmath-dev)
 
 # Debian's binary package is for this system, but the benchmarks are Windows programs: so its source
 # package. The archives are those that this machine takes its packages from, asked through a private
@@ -31,12 +32,22 @@ needBenchmark() {
 # times faster, and steady.
 onOneCore() { taskset -c 0 "$@"; }
 
-# Leaves the programs in `programs`.
+# Leaves the programs in `programs`: Windows programs, and native ones, whose peers are native.
 buildBenchmarks() {
+  local program
   needBenchmark
   build bench --target benches
-  programs=(build/bench/bin/*_bench.exe)
-  [ -e "${programs[0]}" ] || die "bench/CMakeLists.txt declares no benchmark"
+  build host-bench --target benches
+  programs=(build/bench/bin/*_bench.exe build/host-bench/bin/*_bench)
+  for program in "${programs[@]}"; do
+    [ -e "$program" ] || die "bench/CMakeLists.txt declares no benchmark such as $program"
+  done
+}
+
+# Leaves in `command` what runs a program: Wine, unless it is native.
+commandOf() {
+  command=("$root/$1")
+  [[ $1 != *.exe ]] || command=("$root/cmake/wine-run.sh" "${command[@]}")
 }
 
 benchUsage() {
@@ -51,7 +62,7 @@ TEXT
 }
 
 runBenchmarks() {
-  local filter=. results=build/bench/results programs program name failed=()
+  local filter=. results=build/bench/results programs program command name failed=()
   case ${1:-} in
     --filter) filter=${2:?a regular expression must follow --filter} ;;
     --help | -h) benchUsage && return ;;
@@ -68,9 +79,10 @@ runBenchmarks() {
   for program in "${programs[@]}"; do
     name=$(basename "$program" .exe)
     say "$name"
+    commandOf "$program"
     (cd "$results" &&
-      onOneCore "$root/cmake/wine-run.sh" "$root/$program" "--benchmark_filter=$filter" \
-        --benchmark_color=false "--benchmark_out=$name.json" --benchmark_out_format=json) ||
+      onOneCore "${command[@]}" "--benchmark_filter=$filter" --benchmark_color=false \
+        "--benchmark_out=$name.json" --benchmark_out_format=json) ||
       failed+=("$name")
   done < /dev/null
   stopWine

@@ -6,7 +6,7 @@
 . tools/dev/bench.sh
 . tools/dev/surface.sh
 
-checks=(format scripts paths headers surface traces queues bench asan tsan fuzz debug tidy)
+checks=(format scripts paths headers surface traces queues bench asan tsan fuzz decimal debug tidy)
 
 # Files that are, or by the next commit will be, the project's.
 ownFiles() { git ls-files --cached --others --exclude-standard -- "$@"; }
@@ -128,6 +128,16 @@ check_fuzz() {
     xargs -P "$jobs" -I{} bash -c 'fuzzOne "$@"' fuzz {} "$long"
 }
 
+# Decimal numbers against Python's decimal module: texts under every rounding, and encodings. The
+# sample that the tests hold is what the module says today.
+check_decimal() {
+  local oracle=tests/numeric/decimal_oracle.py count=20000
+  [ "$long" = no ] || count=1000000
+  build host-asan --target decimal_answers
+  python3 "$oracle" --sample | diff tests/numeric/decimal_sample.def -
+  python3 "$oracle" build/host-asan/bin/decimal_answers "$count"
+}
+
 # The release build leaves assertions out.
 check_debug() {
   build mingw-debug
@@ -155,13 +165,13 @@ check_tidy() {
 # Every benchmark does its work, once, and every claim finds its two. Whether a claim is met is for
 # ./dev bench, on a machine that has nothing else to do.
 check_bench() {
-  local programs program output=$root/build/bench/once.txt broken=0
+  local programs program command output=$root/build/bench/once.txt broken=0
   buildBenchmarks
   warmWine
   mkdir -p build/bench
   for program in "${programs[@]}"; do
-    (cd build/bench &&
-      "$root/cmake/wine-run.sh" "$root/$program" --benchmark_repetitions=1) > "$output" &&
+    commandOf "$program"
+    (cd build/bench && "${command[@]}" --benchmark_repetitions=1) > "$output" &&
       grep -q 'measured : peer' "$output" && ! grep -q 'not measured' "$output" && continue
     echo "$program:"
     cat "$output"
