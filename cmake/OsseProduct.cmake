@@ -25,3 +25,5 @@ target_link_options(osse PRIVATE LINKER:-e,ossModuleEntry LINKER:--no-insert-tim
 install(TARGETS osse RUNTIME DESTINATION bin ARCHIVE DESTINATION lib)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION include)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/core/ DESTINATION include FILES_MATCHING PATTERN "ecf_*.def")
+# The style sheet lies beside the reports that name it; a host copies it there.
+install(FILES ${PROJECT_SOURCE_DIR}/share/kt5trapfile.xsl DESTINATION share)

@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include "core/osswindows.h"
+#include "fault/ossfaultend.h"
 #include "memory/ossmemdbg.h"
 #include "trace/gtcallstack.h"
 
@@ -13,6 +14,7 @@ extern "C" BOOL WINAPI DllMainCRTStartup(HINSTANCE module, DWORD reason, void* r
 extern "C" BOOL WINAPI ossModuleEntry(HINSTANCE module, DWORD reason, void* reserved) {
   // What other threads held when a process that ends killed them stays as it is.
   if (reason == DLL_PROCESS_DETACH && reserved == nullptr) oss::releaseCallStacks();
+  if (reason == DLL_PROCESS_DETACH) oss::endFaultCapture(reserved != nullptr);
   const BOOL result = DllMainCRTStartup(module, reason, reserved);
   if (reason == DLL_PROCESS_ATTACH && result) oss::attachProcess();
   // A process that ends has killed its other threads by now, perhaps in the middle of an

@@ -131,6 +131,7 @@ int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--run-until-told") == 0)
     return tour::runUntilTold(argv[2]);
   if (argc == 3 && std::strcmp(argv[1], "--serve") == 0) return tour::serve(argv[2]);
+  if (argc == 4 && std::strcmp(argv[1], "--fault") == 0) return tour::fault(argv[2], argv[3]);
   if (argc == 2 && std::strcmp(argv[1], "--leak") == 0) return tour::leak();
   if (argc == 2 && std::strcmp(argv[1], "--help") == 0) return tour::usage(stdout, 0);
 
@@ -151,6 +152,7 @@ int main(int argc, char** argv) {
   tour::runThreads(stage);
   tour::startPrograms(stage);
   tour::runIntoFailures(stage);
+  tour::catchFaults(stage);
   tour::traceItself(stage);
   tour::printLog(stage);
 

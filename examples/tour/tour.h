@@ -40,6 +40,7 @@ void debugMemory(const Stage& stage);
 void runThreads(const Stage& stage);
 void startPrograms(const Stage& stage);
 void runIntoFailures(const Stage& stage);
+void catchFaults(const Stage& stage);
 void traceItself(const Stage& stage);
 
 // The other process of an act: holds the lock of `file` from when it signals the event
@@ -53,6 +54,10 @@ int runUntilTold(const char* name);
 // The other process of the act that shares: answers one question that comes through the queues
 // below `path`, and posts. Returns the process's exit code.
 int serve(const char* path);
+
+// The other process of an act: faults as the name says and leaves a trap file in the folder. Does
+// not return unless there is no such fault.
+int fault(const char* name, const char* folder);
 
 // The other process of another act: allocates three blocks and frees one.
 int leak();

@@ -9,6 +9,7 @@
 #include "ossassert.h"
 #include "osscatalog.h"
 #include "ossdirectory.h"
+#include "ossfault.h"
 #include "ossfile.h"
 #include "osshexdump.h"
 #include "ossipc.h"

@@ -6,7 +6,8 @@
 . tools/dev/bench.sh
 . tools/dev/surface.sh
 
-checks=(format scripts paths headers surface traces queues bench asan tsan fuzz decimal debug tidy)
+checks=(format scripts paths headers surface traces traps report queues bench asan tsan fuzz decimal debug
+  tidy)
 
 # Files that are, or by the next commit will be, the project's.
 ownFiles() { git ls-files --cached --others --exclude-standard -- "$@"; }
@@ -84,6 +85,57 @@ check_queues() {
   warmWine
   OSSE_QUEUE_MESSAGES=$messages cmake/wine-run.sh build/mingw-release/bin/osse_tests.exe \
     --gtest_filter=QueueTest.NothingIsLostDoubledMixedOrReorderedBetweenFourProcesses
+}
+
+# A trap file of a real fault: its JSON parses, and Wine's debugger, which wine-run.sh keeps away from
+# programs that crash, finds the fault's registers and modules in the minidump.
+check_traps() {
+  local trap='build\traps\trap' traps=build/traps rip
+  local osse=(cmake/wine-run.sh build/mingw-release/bin/osse.exe)
+  build mingw-release --target osse_program --target trapfaults
+  warmWine
+  rm -rf "$traps"
+  mkdir -p "$traps"
+  ends 77 cmake/wine-run.sh build/mingw-release/bin/trapfaults.exe illegal "$trap"
+  "${osse[@]}" trap show --json -o "$trap.json" "$trap"
+  "${osse[@]}" trap export --minidump "$trap.dmp" "$trap"
+
+  python3 -m json.tool "$traps/trap.json" > "$traps/trap.txt"
+  grep -F '"name": "illegal instruction"' "$traps/trap.txt"
+  rip=$(sed -n 's/^ *"rip": "0x\(.*\)",$/\1/p' "$traps/trap.txt")
+  OSSE_DLLOVERRIDES='winedbg.exe=b' cmake/wine-run.sh winedbg "$trap.dmp" < /dev/null \
+    > "$traps/winedbg.txt" 2>&1
+  grep -iF "rip:$rip" "$traps/winedbg.txt"
+  grep -F 'trapfaults was running on' "$traps/winedbg.txt"
+
+  ends 0 "${osse[@]}" trap export --help
+  ends 1 "${osse[@]}" trap show README.md
+  ends 2 "${osse[@]}" trap export "$trap"
+}
+
+# A browser shows the XML report that faults have left with the style sheet that ships, row by row.
+# A browser that can no longer apply a style sheet fails the check: then one that can is needed.
+check_report() {
+  local folder=$root/build/report fault row
+  build mingw-release --target tour
+  needPackages "${browserPackages[@]}"
+  warmWine
+  rm -rf "$folder"
+  mkdir -p "$folder"
+  cp share/kt5trapfile.xsl "$folder/"
+  for fault in null-write division-by-zero illegal-instruction; do
+    cmake/wine-run.sh build/mingw-release/bin/tour.exe --fault "$fault" 'build\report' || true
+  done
+  timeout 120 chromium --headless --no-sandbox --disable-gpu --allow-file-access-from-files \
+    --user-data-dir="$folder/profile" --dump-dom "file://$folder/tour.traps.xml" > "$folder/page.html"
+
+  # One line a row, cells separated by bars.
+  tr -d '\n' < "$folder/page.html" | sed 's,</tr>,\n,g; s,</t[hd]><t[hd]>,|,g; s,<[^>]*>,,g' \
+    > "$folder/rows.txt"
+  grep -F 'fault|process|code|address' "$folder/rows.txt"
+  for row in null-write:0xC0000005 division-by-zero:0xC0000094 illegal-instruction:0xC000001D; do
+    grep -E "^${row%:*}\|[0-9]+\|${row#*:}\|0x[0-9A-F]{16}\$" "$folder/rows.txt"
+  done
 }
 
 # ends <exit code> <command...>

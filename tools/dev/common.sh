@@ -12,6 +12,7 @@ crossPackages=(cmake ninja-build g++-mingw-w64-x86-64-posix googletest wine wine
 hostPackages=(cmake ninja-build g++ googletest nlohmann-json3-dev)
 checkPackages=(g++ clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev protobuf-compiler python3
   shellcheck)
+browserPackages=(chromium)
 
 say() { printf '==> %s\n' "$*"; }
 

@@ -1,5 +1,5 @@
-// commands.h - the commands `osse info`, `osse ipc` and `osse trace ...`, as main.cpp calls them:
-// each does its work, says what went wrong on standard error, and returns the exit code.
+// commands.h - the subcommands of `osse`, as main.cpp calls them: each does its work, says
+// what went wrong on standard error, and returns the exit code.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +16,8 @@ struct InfoCommand {
   std::string output;
   int run() const;
 };
+
+// ---- osse trace ----
 
 struct FormatCommand {
   std::string file;
@@ -53,6 +55,22 @@ struct DumpCommand {
   std::string file;
   bool follow = false;
   uint64_t ringBytes = 0;  // 0: the file grows
+  int run() const;
+};
+
+// ---- osse trap ----
+
+struct TrapShowCommand {
+  std::string file;
+  std::string output;
+  bool json = false;
+  bool full = false;  // of the text; JSON always has all
+  int run() const;
+};
+
+struct TrapExportCommand {
+  std::string file;
+  std::string minidump;  // the file to write
   int run() const;
 };
 

@@ -78,13 +78,34 @@ void addIpc(CLI::App& app, IpcCommand& ipc) {
   addOutput(*command, ipc.output);
 }
 
+void addTrapShow(CLI::App& trap, TrapShowCommand& show) {
+  CLI::App* const command = trap.add_subcommand("show", "show what a trap file holds");
+  command->add_option("FILE", show.file, "a trap file")->required();
+  CLI::Option* const json = command->add_flag("--json", show.json, "as one JSON document");
+  command
+      ->add_flag("--full", show.full,
+                 "with the parameters of frames, vector registers and all of the stack")
+      ->excludes(json);
+  addOutput(*command, show.output);
+}
+
+void addTrapExport(CLI::App& trap, TrapExportCommand& exporting) {
+  CLI::App* const command = trap.add_subcommand("export", "convert a trap file for debuggers");
+  command->add_option("FILE", exporting.file, "a trap file")->required();
+  command->add_option("--minidump", exporting.minidump, "the minidump to write")->required();
+}
+
 int run(int argc, char** argv) {
-  CLI::App app("Shows the machine, and traces and inspects the operating-system services.", "osse");
+  CLI::App app(
+      "Traces and inspects the operating-system services, and shows what they leave behind.",
+      "osse");
   app.require_subcommand(1);
   InfoCommand info;
   addInfo(app, info);
   CLI::App* const trace = app.add_subcommand("trace", "dumps of traces");
+  CLI::App* const trap = app.add_subcommand("trap", "files that a faulting process writes");
   trace->require_subcommand(1);
+  trap->require_subcommand(1);
 
   DumpCommand dump;
   FormatCommand format;
@@ -96,6 +117,10 @@ int run(int argc, char** argv) {
   addExport(*trace, exporting);
   IpcCommand ipc;
   addIpc(app, ipc);
+  TrapShowCommand trapShow;
+  TrapExportCommand trapExport;
+  addTrapShow(*trap, trapShow);
+  addTrapExport(*trap, trapExport);
 
   try {
     app.parse(argc, argv);
@@ -104,6 +129,7 @@ int run(int argc, char** argv) {
   }
   if (app.got_subcommand("info")) return info.run();
   if (app.got_subcommand("ipc")) return ipc.run();
+  if (*trap) return trap->got_subcommand("show") ? trapShow.run() : trapExport.run();
   const std::string chosen = trace->get_subcommands().front()->get_name();
   if (chosen == "dump") return dump.run();
   if (chosen == "format") return format.run();

@@ -10,6 +10,8 @@ Table::Table(std::initializer_list<const char*> titles) {
   rows_.emplace_back(titles.begin(), titles.end());
 }
 
+Table::Table(std::vector<std::string> titles) { rows_.push_back(std::move(titles)); }
+
 void Table::write(Output& output) const {
   std::vector<size_t> widths(rows_.front().size());
   for (const auto& row : rows_)

@@ -14,6 +14,7 @@ namespace oss::tool {
 class Table {
  public:
   explicit Table(std::initializer_list<const char*> titles);
+  explicit Table(std::vector<std::string> titles);
 
   void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
   void write(Output& output) const;

@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "names.h"
 #include "osscatalog.h"
+#include "ossfile.h"
 
 namespace oss::tool {
 namespace {
@@ -43,6 +44,32 @@ int finish(Output& output) {
   if (output.flush()) return kDone;
   complain("the output could not be written");
   return kFailed;
+}
+
+bool readInput(const std::string& path, uint64_t most, std::string& bytes) {
+  OSSHFile file;
+  OSSFileOpenParam param;
+  param.path = path.c_str();
+  param.creation = OSS_FILE_OPEN_EXISTING;
+  param.access = OSS_FILE_READ;
+  if (const OSSErr rc = file.open(&param)) {
+    complain(path, rc);
+    return false;
+  }
+  OSSErr rc = ECF_OK;
+  while (rc == ECF_OK && bytes.size() < most) {
+    OSSFileReadParam piece;
+    piece.size = std::min(most - bytes.size(), uint64_t{1} << 20);
+    const size_t before = bytes.size();
+    bytes.resize(before + piece.size);
+    uint64_t count = 0;
+    rc = file.read(&piece, bytes.data() + before, &count);
+    bytes.resize(before + count);
+  }
+  file.close();
+  if (rc == ECF_OK || rc == ECF_FILE_EOF) return true;
+  complain(path, rc);
+  return false;
 }
 
 OutputFile::~OutputFile() {

@@ -17,6 +17,9 @@ void complain(std::string_view text);
 // The same with a return code's name and description behind the text.
 void complain(std::string_view text, OSSErr rc);
 
+// Reads a whole file, but at most `most` bytes of it. \return false, with a complaint
+bool readInput(const std::string& path, uint64_t most, std::string& bytes);
+
 // The file that a command writes: standard output for "".
 class OutputFile {
  public:

@@ -1,0 +1,105 @@
+#include "osstrapfile.h"
+
+#include <windows.h>
+
+#include <bit>
+#include <cstring>
+
+#include "fault/ossSymFunctions.h"
+#include "fault/ossprocessmemory.h"
+#include "fault/osstraptext.h"
+#include "fault/osstrapwriter.h"
+#include "osssymbol.h"
+
+namespace oss {
+namespace {
+
+constexpr DWORD kControlRegisters = CONTEXT_CONTROL;
+static_assert(kControlRegisters == 0x100001);
+
+// The instructions around a fault, if the context tells where it was.
+bool examine(const CONTEXT* at, const ProcessMemory& memory, InstructionArea* area) noexcept {
+  CONTEXT context;
+  if (!memory.read(reinterpret_cast<uint64_t>(at), &context, sizeof context)) return false;
+  if ((context.ContextFlags & kControlRegisters) != kControlRegisters) return false;
+  *area = findInstructions(memory, context.Rip);
+  return true;
+}
+
+}  // namespace
+}  // namespace oss
+
+using namespace oss;
+
+OSSTrapFile::OSSTrapFile() noexcept : process_(::GetCurrentProcess()) {
+  header_.processId = ::GetCurrentProcessId();
+  header_.threadId = ::GetCurrentThreadId();
+}
+
+OSSTrapFile::~OSSTrapFile() {
+  if (!initialized_) return;
+  ossSymSetSearchPath(process_, searchPath_);
+  ossSymCleanup(process_);
+  ossFreeSymDLL();
+}
+
+void OSSTrapFile::initialize(uint32_t, EXCEPTION_RECORD* er, CONTEXT* ctx,
+                             const char* symbolPath) noexcept {
+  std::memcpy(header_.eyeCatcher, OSS_TRAP_EYE_CATCHER, sizeof header_.eyeCatcher);
+  if (header_.processId == 0) header_.processId = ::GetCurrentProcessId();
+  if (header_.threadId == 0) header_.threadId = ::GetCurrentThreadId();
+
+  ossLoadSymDLL();
+  initializeSymbols();
+  if (!initialized_) ossSymGetSearchPath(process_, searchPath_, sizeof searchPath_);
+  if (symbolPath != nullptr) ossSymSetSearchPath(process_, symbolPath);
+
+  header_.contents = 0;
+  if (ossImagehlpApiVersion() != nullptr) header_.contents |= OSS_TRAP_HAS_LIBRARY_VERSION;
+
+  SYSTEMTIME now;
+  ::GetLocalTime(&now);
+  header_.time = std::bit_cast<OSSTrapTime>(now);
+  ::GetModuleFileNameA(nullptr, header_.executable, sizeof header_.executable);
+
+  if (er != nullptr) header_.contents |= OSS_TRAP_HAS_EXCEPTION;
+  if (ctx != nullptr) header_.contents |= OSS_TRAP_HAS_CONTEXT;
+  InstructionArea area;
+  if (ctx != nullptr && examine(ctx, ProcessMemory(process_), &area)) {
+    header_.contents |= OSS_TRAP_HAS_CONTROL;
+    if (area.bytes > 0) header_.contents |= OSS_TRAP_HAS_INSTRUCTIONS;
+  }
+  header_.instructions = area.address;
+  header_.instructionBytes = area.bytes;
+
+  initialized_ = true;
+}
+
+void OSSTrapFile::dump(uint64_t sections, uint32_t, EXCEPTION_RECORD* er, CONTEXT* ctx) noexcept {
+  if (initialized_ && isValid()) TrapWriter(*this, er, ctx).write(sections);
+}
+
+bool OSSTrapFile::writeXMLProlog() noexcept {
+  offsetType size = 0;
+  if (getSize(&size) != 0 || size == 0) {
+    write(kXmlProlog.data(), kXmlProlog.size());
+    return true;
+  }
+
+  char text[kXmlProlog.size()] = {};
+  uint64_t bytes = 0;
+  const auto readAt = [&](offsetType offset) {
+    seekToOffset(offset);
+    read(sizeof text, text, &bytes);
+    return std::string_view(text, bytes);
+  };
+  size_t tag = kNoTag;
+  const auto tail = static_cast<offsetType>(size - sizeof text);
+  if (readAt(0) == kXmlProlog) tag = findClosingTag(readAt(tail));
+
+  if (tag != kNoTag)
+    seekToOffset(static_cast<offsetType>(tail + tag));
+  else
+    seekToEnd();
+  return false;
+}
