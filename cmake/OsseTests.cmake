@@ -5,13 +5,12 @@
 set(OSSE_GOOGLETEST /usr/src/googletest CACHE PATH "sources of GoogleTest and GoogleMock")
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(${OSSE_GOOGLETEST} ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
-include(GoogleTest)
 
 set(OSSE_TEST_DIRECTORY ${PROJECT_BINARY_DIR}/tests/run)
 file(MAKE_DIRECTORY ${OSSE_TEST_DIRECTORY})
 
-# Each test is one for CTest, found when CTest starts; under Wine, a process of its own costs a test
-# some 20 ms. GoogleTest's main serves the programs that bring none.
+# A test for CTest is a suite of GoogleTest; which there are, a program tells when CTest starts.
+# GoogleTest's main serves the programs that bring none.
 function(osse_test_program program)
   add_executable(${program} ${ARGN})
   target_include_directories(${program} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
@@ -19,10 +18,16 @@ function(osse_test_program program)
   # What is tested is optimised; optimising the tests doubles the time that they take to build.
   target_compile_options(${program} PRIVATE -O0)
   set_target_properties(${program} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
-  gtest_discover_tests(${program}
-    WORKING_DIRECTORY ${OSSE_TEST_DIRECTORY}
-    DISCOVERY_MODE PRE_TEST
-    DISCOVERY_TIMEOUT 300)
+
+  set(include ${CMAKE_CURRENT_BINARY_DIR}/${program}_suites.cmake)
+  file(GENERATE OUTPUT ${include} CONTENT "
+    set(PROGRAM [[${CMAKE_CROSSCOMPILING_EMULATOR}]] $<TARGET_FILE:${program}>)
+    set(EXECUTABLE [[$<TARGET_FILE:${program}>]])
+    set(LISTING [[${CMAKE_CURRENT_BINARY_DIR}/${program}_suites.txt]])
+    set(DIRECTORY [[${OSSE_TEST_DIRECTORY}]])
+    include([[${PROJECT_SOURCE_DIR}/cmake/OsseTestSuites.cmake]])
+")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${include})
 endfunction()
 
 # osse_test_objects(<program> <sources>)

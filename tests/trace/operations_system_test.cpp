@@ -239,8 +239,9 @@ TEST(OperationTraces, CoverEveryOperationThatHasAFrame) {
   for (const bool succeeds : {true, false}) {
     std::set<std::string> covered;
     for (const std::span<const Case> cases :
-         {directoryCases(), fileCases(), ipcCases(), ipcMemoryExCases(), pathCases(), processCases(),
-          queueCases(), sysInfoCases(), waitpostCases(), std::span<const Case>(kOtherCases)})
+         {directoryCases(), fileCases(), ipcCases(), ipcMemoryExCases(), pathCases(),
+          processCases(), queueCases(), sysInfoCases(), waitpostCases(),
+          std::span<const Case>(kOtherCases)})
       for (const Case& each : cases)
         if (each.succeeds == succeeds) covered.insert(ecfGetFunctionName(idOf(each.function)));
     EXPECT_EQ(covered, framed) << (succeeds ? "that succeed" : "that fail");
