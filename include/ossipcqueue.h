@@ -12,9 +12,9 @@
 // handle, and for the refusals that are not listed here, in ossipc.h.
 //
 //   not attached    put, get and flush give ECF_INVALID_INVOCATION_SEQUENCE (probe 10), Error
-//   not a queue     where the header is none that a ring can have, put and get give ECF_FAILED
-//   (20),
-//                   Error, with its fields
+//   not a queue     put and get give ECF_FAILED (20), Error, with the fields of a header that no
+//   ring
+//                   can have
 //
 // Trusted is nothing that the section holds: whatever stands in its header, and whoever changes it
 // meanwhile, no byte outside the section is read or written. A latch byte that is not 0 counts as
@@ -102,7 +102,7 @@ class OSS_API OSSHIPCQueue {
   /// who sleeps until a message comes.
   /// \param received  its length in bytes; untouched unless the call succeeds; may be null
   /// \param timeout   milliseconds of each sleep, or OSS_QUEUE_INFINITE; 0 does not wait for a
-  ///                  message
+  ///                  message. Who is woken too early sleeps as long anew: a call may last longer
   /// \retval 0                         the message is in the buffer
   /// \retval ECF_QUE_INVALID_MSG_TYPE  the queue is empty and `timeout` is 0; not logged
   /// \retval ECF_TIMEOUT               no message came in time (80), or its rest did not (110): the

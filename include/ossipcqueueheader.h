@@ -17,16 +17,20 @@
 // Who finds the ring full (empty) sets writerWaiting (readerWaiting), releases stateLatch and
 // sleeps on the space (data) semaphore. Who makes room (puts something in) and finds the flag set
 // clears it and posts that semaphore once. So a post stands for a sleeper, and the counts stay at 0
-// or 1. A sleeper that gives up leaves its flag set; the post that may follow wakes a later one too
-// early, who looks again and sleeps on.
+// or 1; 2 for a moment, when a reader gives up while it is being woken. A reader that gives up
+// leaves its flag set; the post that may follow wakes a later one too early, who looks again and
+// sleeps on. A post of the space semaphore promises 8 free bytes: not every writer looks again.
 //
 // Latches know no owner (osslatch.h). What a process leaves behind that is ended from outside:
 //   - asleep in get: getLatch and readerWaiting. Later readers wait for the latch for ever; writers
 //     fill the ring.
 //   - asleep in put, or in the middle of a message: putLatch, and a part of its message, which a
 //     reader waits for the rest of. Later writers wait for the latch for ever.
+//   - between clearing a flag and posting: putLatch or getLatch, and the other end asleep although
+//   no
+//     flag says so, which a flush does not wake.
 //   - holding stateLatch, for some instructions at a time: every operation waits for it for ever.
-// Nobody can tell such a latch from one that is held; osse ipc shows all three. The remedy is to
+// Nobody can tell such a latch from one that is held; osse ipc shows the latches. The remedy is to
 // end, or to detach, all that use the queue: with the last handle its three objects are gone, and
 // the names are free for a new one. The same holds after a process has ended between the steps of
 // create, or when a create has failed half way.

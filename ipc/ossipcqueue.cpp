@@ -85,6 +85,7 @@ OSSErr OSSHIPCQueue::create(const OSSIPCQueueCreateParam* param) noexcept {
   void* address = nullptr;
   if (const OSSErr rc = memory_.getAddress(&address))
     return op.failCalled(100, Func::OSSHIPCMemory_getAddress, rc);
+  forgetView(address);
   header_ = static_cast<OSSIPCQueueHeader*>(address);
   makeEmpty(header_, capacity);
   return op.exit();
@@ -110,6 +111,7 @@ OSSErr OSSHIPCQueue::attach(const OSSIPCQueResID* resID) noexcept {
   void* address = nullptr;
   if (const OSSErr rc = memory_.getAddress(&address))
     return op.failCalled(70, Func::OSSHIPCMemory_getAddress, rc);
+  forgetView(address);
   header_ = static_cast<OSSIPCQueueHeader*>(address);
   return op.exit();
 }

@@ -34,8 +34,9 @@ class SemaphoreSleep final : public QueueSleep {
 };
 
 // The bytes of the ring's room; none when no queue is attached. A handle that has been destroyed
-// keeps the address of a view that is gone, which counts as none, too.
-uint64_t roomOf(const OSSIPCQueueHeader* header) noexcept {
+// keeps the address of a view that is gone: its section tells that it is.
+uint64_t roomOf(const OSSHIPCMemory& section, const OSSIPCQueueHeader* header) noexcept {
+  if (!section.isAttached()) return 0;
   const uint64_t bytes = viewBytes(header);
   return bytes > sizeof *header ? bytes - sizeof *header : 0;
 }
@@ -58,7 +59,7 @@ OSSErr failUnattached(Operation& op) noexcept {
 
 OSSErr OSSHIPCQueue::put(const void* data, uint64_t size) noexcept {
   Operation op(Func::OSSHIPCQueue_put);
-  const uint64_t room = roomOf(header_);
+  const uint64_t room = roomOf(memory_, header_);
   if (room == 0) return failUnattached(op);
   if (size != 0)
     if (const OSSErr rc = op.checkNotNull(data)) return rc;
@@ -82,7 +83,7 @@ OSSErr OSSHIPCQueue::put(const void* data, uint64_t size) noexcept {
 OSSErr OSSHIPCQueue::get(void* buffer, uint64_t bufferSize, uint64_t* received,
                          int timeout) noexcept {
   Operation op(Func::OSSHIPCQueue_get);
-  const uint64_t room = roomOf(header_);
+  const uint64_t room = roomOf(memory_, header_);
   if (room == 0) return failUnattached(op);
   if (bufferSize != 0)
     if (const OSSErr rc = op.checkNotNull(buffer)) return rc;
@@ -110,7 +111,7 @@ OSSErr OSSHIPCQueue::get(void* buffer, uint64_t bufferSize, uint64_t* received,
 
 OSSErr OSSHIPCQueue::flush() noexcept {
   Operation op(Func::OSSHIPCQueue_flush);
-  const uint64_t room = roomOf(header_);
+  const uint64_t room = roomOf(memory_, header_);
   if (room == 0) return failUnattached(op);
 
   LatchGuard state(header_->stateLatch);
@@ -136,7 +137,7 @@ OSSErr OSSHIPCQueue::flush() noexcept {
 bool OSSHIPCQueue::hasMessage() noexcept {
   Operation op(Func::OSSHIPCQueue_hasMessage);
   static_cast<void>(op.exit());
-  const uint64_t room = roomOf(header_);
+  const uint64_t room = roomOf(memory_, header_);
   if (room == 0) return false;
 
   const LatchGuard state(header_->stateLatch);

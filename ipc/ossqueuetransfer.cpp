@@ -194,7 +194,9 @@ class TransferIn : QueueEnd<kWriter, kReader> {
 
   TransferEnd run() noexcept {
     bool isWhole = false;
-    if (putFirst(isWhole) && (isWhole || putRest())) static_cast<void>(wakeOther());
+    // What streams wakes behind each piece. Waking once more would promise bytes that are not
+    // there.
+    if (putFirst(isWhole)) static_cast<void>(isWhole ? wakeOther() : putRest());
     return end();
   }
 
@@ -261,7 +263,8 @@ class TransferOut : QueueEnd<kReader, kWriter> {
         milliseconds_(milliseconds) {}
 
   TransferEnd run(uint64_t* length) noexcept {
-    if (getLength(length) && getMessage(*length)) static_cast<void>(wakeOther());
+    // Each piece wakes behind itself. Waking once more would promise room that is not there.
+    if (getLength(length)) static_cast<void>(*length == 0 ? wakeOther() : getMessage(*length));
     return end();
   }
 

@@ -46,7 +46,8 @@ inline uint64_t viewBytes(const void* view) noexcept {
   return askForViewBytes(view);
 }
 
-// To be called before a view is unmapped: the next one there may be smaller.
+// To be called for a view that is new, and before one is unmapped: what was there, or will be, may
+// have another size.
 void forgetView(const void* view) noexcept;
 
 }  // namespace oss

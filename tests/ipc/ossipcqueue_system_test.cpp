@@ -87,6 +87,17 @@ TEST_F(QueueTest, DestroyLeavesTheHeadersAddress) {
   EXPECT_EQ(put(queue_, "x"), kUnattached);
   EXPECT_FALSE(queue_.hasMessage());
   expectNamesAreFree();
+
+  // Not even when somebody else's memory is there by now.
+  void* const taken = ::VirtualAlloc(header, 0x1000, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+  ASSERT_EQ(taken, header);
+  std::memset(taken, 0x55, 0x1000);
+  EXPECT_EQ(put(queue_, "x"), kUnattached);
+  EXPECT_EQ(queue_.get(nullptr, 0, nullptr, 0), kUnattached);
+  EXPECT_EQ(queue_.flush(), kUnattached);
+  EXPECT_FALSE(queue_.hasMessage());
+  EXPECT_EQ(std::string(static_cast<const char*>(taken), 0x1000), std::string(0x1000, 0x55));
+  ::VirtualFree(taken, 0, MEM_RELEASE);
 }
 
 TEST_F(QueueTest, AQueueLivesAsLongAsAHandleToIt) {

@@ -214,6 +214,19 @@ TEST_F(QueueTransfer, AMessageWithoutBytesWakesAWriterToo) {
   EXPECT_EQ(header().writerWaiting, 0);
 }
 
+// Not every writer looks again when it is woken: a post stands for bytes that are free.
+TEST_F(QueueTransfer, ARoomThatWasPromisedIsNotPromisedAgain) {
+  putDone("12345678");
+  header().writerWaiting = 1;
+  ScriptedSleep sleep({[&] {
+    header().writerWaiting = 1;  // woken, it has filled the ring and sleeps again
+    return ECF_OK;
+  }});
+  EXPECT_EQ(get(sleep, 8, 0).message, "12345678");
+  EXPECT_THAT(sleep.events(), ElementsAre("postSpace"));
+  EXPECT_EQ(header().writerWaiting, 1);
+}
+
 // The length fills a ring of 8 bytes: each end would sleep for the other one's sake.
 TEST(QueueTransferOfTheSmallestRing, EachEndWakesTheOtherBeforeItSleeps) {
   const QueueBlock block(8);
