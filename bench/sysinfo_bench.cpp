@@ -1,5 +1,4 @@
-// Claim: a record of the physical memory costs hardly more than the system's own call, although it
-// looks that up each time.
+// Claim: a record of the physical memory costs hardly more than the system's own call.
 #include <windows.h>
 
 #include "osscatalog.h"

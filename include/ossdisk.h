@@ -98,7 +98,7 @@ inline constexpr uint64_t OSS_DISK_OF_PATH = ~uint64_t{0};
 
 struct OSSDiskInfoParam {
   uint64_t version = OSS_VERSION_CURRENT;
-  const char* path = nullptr;                ///< a directory, or a device
+  const char* path = nullptr;                ///< a file, a directory, or a device
   uint64_t selection = OSS_DISK_EVERYTHING;  ///< OSS_DISK_...
   uint64_t device = OSS_DISK_OF_PATH;        ///< from version 0x09010007
 };
@@ -161,17 +161,19 @@ OSS_FIELD(OSSDiskInfo, seekTime, 1288, 16);
 
 extern "C" {
 
-/// Tells selected facts about the disk that holds a directory; a directory on which a volume is
-/// mounted stands for that volume. Of a path, 262 bytes count. What is not selected stays as it is.
+/// Tells selected facts about the disk that holds a path; a directory on which a volume is mounted
+/// stands for that volume. The space is that of a directory: of a file it is not told. Of a path,
+/// 262 bytes count. What is not selected stays as it is.
 /// \param info  its version is not looked at
 /// \retval ECF_PARTIAL_INFO   every fact was asked for; each status tells whether it is there. Also
-///                            for a device whose attributes cannot be read, with no fact filled in
+///                            for a device whose attributes cannot be read, with the facts and
+///                            their statuses as they were
 /// \retval ECF_NOT_SUPPORTED  a particular device is asked for; every status is ECF_NOT_SUPPORTED
 /// \retval ECF_FAILED         the statuses of space, volume and drive type are all other than 0, in
 ///                            what is not selected as they were; not logged
 /// \return otherwise the system's refusal, mapped and logged: of the attributes (25; every status
-///         is ECF_FAILED), of the functions for mounted volumes (10) or of the volume's name (20).
-///         Never 0
+///         is ECF_FAILED), of the functions for mounted volumes (10) or of the volume's name (20),
+///         which leave the facts and their statuses as they were. Never 0
 OSS_API OSSErr ossGetDiskInfo(const OSSDiskInfoParam* param, OSSDiskInfo* info) noexcept;
 
 }  // extern "C"

@@ -88,7 +88,7 @@ class OSS_API OSSHLibrary {
                         OSSLibGetFuncAddressInfo* info) noexcept;
 
   /// The same, not quiet.
-  /// \param function  receives the address on success only
+  /// \param function  receives the address on success only; null is refused like a null `info`
   OSSErr getFuncAddress(const char* name, OSSFunctionAddress* function) noexcept;
 
   /// Looks several functions up. A name that is missing is logged twice: by the look-up itself and

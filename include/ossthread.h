@@ -30,7 +30,7 @@ inline constexpr uint64_t OSS_THREAD_JOINABLE = 1;
 struct OSSThreadParam {
   uint64_t version = OSS_VERSION_CURRENT;
   uint64_t flags = 0;      ///< OSS_THREAD_JOINABLE; other bits are ignored
-  uint64_t stackSize = 0;  ///< bytes; 0 for the system's default; more than 32 bits are cut to them
+  uint64_t stackSize = 0;  ///< bytes; 0 for the system's default; at most 0xFFFFFFFF
 };
 OSS_LAYOUT(OSSThreadParam, 24);
 OSS_FIELD(OSSThreadParam, version, 0, 8);

@@ -86,13 +86,12 @@ bool isMountPoint(DWORD attributes) noexcept {
 }
 
 // Attributes that cannot be read: a device has none.
-OSSErr failAttributes(Operation& op, const char* path, const char* root,
-                      OSSDiskInfo& info) noexcept {
+OSSErr failAttributes(Operation& op, const char* path, OSSDiskInfo& info) noexcept {
   const DWORD error = ::GetLastError();
   if (ossIsNTVolume(path)) return op.exit(ECF_PARTIAL_INFO);
   markAll(info, ECF_FAILED);
   ::SetLastError(error);
-  return op.failSystem(25, SysCall::GetFileAttributesA, {{1, string(root)}});
+  return op.failSystem(25, SysCall::GetFileAttributesA, {{1, string(path)}});
 }
 
 void tellSpace(const char* root, OSSDiskInfo& info) noexcept {
@@ -132,17 +131,17 @@ OSSErr ossGetDiskInfo(const OSSDiskInfoParam* param, OSSDiskInfo* info) noexcept
   Operation op(Func::ossGetDiskInfo);
   if (const OSSErr rc = op.check(param)) return rc;
   if (const OSSErr rc = op.checkNotNull(info)) return rc;
-  if (const OSSErr rc = op.checkNotNull(param->path)) return rc;
   if (param->version >= kVersionWithDevice && param->device != OSS_DISK_OF_PATH) {
     markAll(*info, ECF_NOT_SUPPORTED);
     return op.exit(ECF_NOT_SUPPORTED);
   }
+  if (const OSSErr rc = op.checkNotNull(param->path)) return rc;
   markForeign(*info, ECF_NOT_SUPPORTED);
 
   char root[kDiskRootBytes];
   copyAsDirectory(param->path, root);
-  const DWORD attributes = ::GetFileAttributesA(root);
-  if (attributes == INVALID_FILE_ATTRIBUTES) return failAttributes(op, param->path, root, *info);
+  const DWORD attributes = ::GetFileAttributesA(param->path);
+  if (attributes == INVALID_FILE_ATTRIBUTES) return failAttributes(op, param->path, *info);
   if (isMountPoint(attributes))
     if (const OSSErr rc = findMountedVolume(op, root)) return rc;
 

@@ -58,8 +58,8 @@ OSSErr tellVersion(const Operation& op, OSSOSInfo& info) noexcept {
     return ECF_PARTIAL_INFO;
   }
   fillText(info.platform, platformName(version.dwPlatformId));
-  ossSnprintf(info.release.value, sizeof info.release.value, "%lu.%lu", version.dwMajorVersion,
-              version.dwMinorVersion);
+  ossSnprintf(info.release.value, sizeof info.release.value, "%d.%d",
+              static_cast<int>(version.dwMajorVersion), static_cast<int>(version.dwMinorVersion));
   info.release.status = ECF_OK;
   fillText(info.serviceLevel, version.szCSDVersion);
   return ECF_OK;

@@ -39,7 +39,7 @@ class TopologyProbe : public Test {
                                               : reinterpret_cast<void*>(&setMask);
     });
     std::optional<ImportHook> sleep;
-    if (missing_.empty())
+    if (missing_.empty() && machine.refused != 0)
       sleep.emplace("Sleep", [&](Call& call) {
         EXPECT_EQ(call.argument<DWORD>(0), 0u);
         machine.yield();
@@ -72,6 +72,14 @@ TEST_F(TopologyProbe, RestoresTheAffinityWhenAStepIsRefused) {
     EXPECT_EQ(machine.restrictions.size(), processors / 2 + 2);
     EXPECT_EQ(machine.affinity(), machine.mask);
   }
+}
+
+TEST_F(TopologyProbe, RestoresTheAffinityOfAMachineWhoseOnlyProcessorIsRefused) {
+  SimulatedProcessors machine(1, 2, 1);
+  machine.refused = 0;
+  EXPECT_EQ(probe(machine).threadsPerCore, 1u);
+  EXPECT_EQ(machine.restrictions.size(), 2u);
+  EXPECT_EQ(machine.affinity(), machine.mask);
 }
 
 TEST_F(TopologyProbe, WithoutEitherFunctionACoreRunsOneThread) {

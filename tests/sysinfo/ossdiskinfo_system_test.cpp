@@ -8,6 +8,7 @@ using namespace osse_test;
 using oss::Func;
 using oss::SysCall;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 namespace {
 
@@ -161,7 +162,7 @@ TEST_F(DiskInfo, ADirectoryIsAskedForItselfAndItsDriveForTheRest) {
     Machine machine;
     OSSDiskInfo info;
     EXPECT_EQ(on(machine, paramOf(each.path.c_str()), &info), ECF_PARTIAL_INFO);
-    EXPECT_EQ(machine.attributesOf, each.directory);
+    EXPECT_EQ(machine.attributesOf, each.path);
     EXPECT_EQ(machine.spaceOf, each.directory);
     EXPECT_EQ(machine.volumeOf, each.root);
     EXPECT_EQ(machine.typeOf, each.root);
@@ -214,13 +215,26 @@ TEST_F(DiskInfo, AttributesThatCannotBeReadFailEveryMember) {
   EXPECT_THAT(log_.newRecords(),
               ElementsAre(SystemRecord(OSS_LOG_INFO, kSelf, 25, SysCall::GetFileAttributesA,
                                        ERROR_FILE_NOT_FOUND, ECF_FILE_DOESNT_EXIST,
-                                       {{1, String("C:\\missing\\")}})));
+                                       {{1, String("C:\\missing")}})));
 }
 
 TEST_F(DiskInfo, OfADeviceWithoutAttributesNothingIsToldAndNothingLogged) {
   for (const char* const path : {R"(\\.\C:)", R"(\\.\PhysicalDrive0)", kVolume})
     expectInfo(Machine{.attributes = INVALID_FILE_ATTRIBUTES}, paramOf(path, 0), ECF_PARTIAL_INFO,
                [](OSSDiskInfo&) {});
+}
+
+TEST_F(DiskInfo, OfAFileTheDriveIsTold) {
+  const TempDirectory dir;
+  const std::string path = dir.file("file");
+  writeFile(path, "x");
+  const OSSDiskInfoParam param = paramOf(path.c_str());
+  OSSDiskInfo info;
+  EXPECT_EQ(ossGetDiskInfo(&param, &info), ECF_PARTIAL_INFO);
+  EXPECT_EQ(info.driveType.status, ECF_OK);
+  EXPECT_EQ(info.driveType.value, OSS_DRIVE_STATIONARY);
+  EXPECT_EQ(info.fileSystem.status, ECF_OK);
+  EXPECT_THAT(log_.newRecords(), IsEmpty());
 }
 
 // ---- Mounted volumes ----

@@ -96,6 +96,8 @@ FactGroup drive(const OSSMountInfo& mount, OSSErr rc) {
   OSSDiskInfoParam param;
   param.path = mount.mountPoint;
   OSSDiskInfo disk;
+  // What a mount point hides leaves the facts as they were.
+  disk.serialNumber.status = disk.driveType.status = ECF_FAILED;
   ossGetDiskInfo(&param, &disk);
   return {std::string("drive ") + mount.mountPoint,
           {{"volume", std::string(mount.volume), "", rc},
