@@ -4,7 +4,8 @@
 // conditions met by the last conversion from text). A decimal64 object holds 16 digits, a
 // decimal128 object 34; a number keeps the zeros at its end, so that 7.00 and 7 are equal in worth
 // but not in text. Nothing allocates, and no operation traces or logs: each returns its code and
-// nothing else. After a failure the object holds whatever number the failed step produced.
+// nothing else. After a failure the object holds whatever number the failed step produced. A null
+// pointer is refused as ECF_INVALID_PARAMETER, but a null text is bad text.
 //
 // One thread changes an object at a time; different objects share nothing.
 #pragma once
@@ -95,7 +96,7 @@ class OSS_API OSSDecfloat {
   OSSErr toSInt64(int64_t* value) const noexcept;
 
   /// Converts the text of the number with the C library's strtod, which also decides what special
-  /// values become.
+  /// values become. Changes errno.
   /// \retval ECF_DECFLOAT_OUT_OF_RANGE  strtod finds it too large or too small
   /// \return otherwise toString's code, with which nothing is stored
   OSSErr toDouble(double* value) const noexcept;
@@ -115,7 +116,9 @@ class OSS_API OSSDecfloat {
 
   /// Converts by text: this object's toString, the other object's fromString with the rounding of
   /// whichever receives it.
-  /// \return the first code that is not 0
+  /// fromDecfloat34 sets this object's rounding first, which stays.
+  /// \retval ECF_DECFLOAT_INVALID_ROUNDING_MODE  that is refused; nothing is converted
+  /// \return otherwise the first code that is not 0
   OSSErr toDecfloat34(OSSDecfloat34& target) const noexcept;
   OSSErr toDecfloat16(OSSDecfloat16& target) const noexcept;
   OSSErr fromDecfloat34(const OSSDecfloat34& source, OSSDecfloatRounding rounding) noexcept;

@@ -2,6 +2,7 @@
 #include "ossdecfloat.h"
 
 #include <cerrno>
+#include <clocale>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -90,6 +91,7 @@ OSSErr OSSDecfloat::fromString(const char* text, OSSDecfloatRounding rounding) n
 }
 
 OSSErr OSSDecfloat::toString(char* out, uint64_t size) const noexcept {
+  if (out == nullptr) return ECF_INVALID_PARAMETER;
   if ((context_.status & kConversionSyntax) != 0) {
     std::memcpy(out, "NaN", sizeof "NaN");
     return ECF_DECFLOAT_SPECIAL_CONVERSION_ERROR;
@@ -140,6 +142,7 @@ OSSErr toInteger(const DecimalNumber& number, Integer* value) noexcept {
   using Limits = std::numeric_limits<Integer>;
   constexpr int32_t kLongest = Limits::digits10 + 1;
 
+  if (value == nullptr) return ECF_INVALID_PARAMETER;
   *value = 0;
   if ((number.flags & kSpecial) != 0) return ECF_DECFLOAT_SPECIAL_CONVERSION_ERROR;
 
@@ -171,13 +174,17 @@ OSSErr OSSDecfloat::fromDouble(double value) noexcept {
 
   char text[kDecimalTextBytes];
   ossSnprintf(text, sizeof text, "%1.14E", value);
+  text[text[0] == '-' ? 2 : 1] = '.';  // the run-time's point is that of the locale
   return fromString(text);
 }
 
 OSSErr OSSDecfloat::toDouble(double* value) const noexcept {
+  if (value == nullptr) return ECF_INVALID_PARAMETER;
   char text[kDecimalTextBytes];
   if (const OSSErr rc = toString(text, sizeof text - 1)) return rc;
 
+  // The run-time's point is that of the locale.
+  if (char* const point = std::strchr(text, '.')) *point = *std::localeconv()->decimal_point;
   errno = 0;
   *value = std::strtod(text, nullptr);
   return errno == kOutOfRange ? ECF_DECFLOAT_OUT_OF_RANGE : ECF_OK;
@@ -195,12 +202,14 @@ bool isEncodedIn(uint32_t size, const DecimalContext& context) noexcept {
 }  // namespace
 
 OSSErr OSSDecfloat::toDecPacked(uint8_t* out, uint32_t size) const noexcept {
+  if (out == nullptr) return ECF_INVALID_PARAMETER;
   if (!isEncodedIn(size, context_)) return ECF_DECFLOAT_INVALID_ARRAY_SIZE;
   encode(number_, context_, out);
   return ECF_OK;
 }
 
 OSSErr OSSDecfloat::fromDecPacked(const uint8_t* in, uint32_t size) noexcept {
+  if (in == nullptr) return ECF_INVALID_PARAMETER;
   if (!isEncodedIn(size, context_)) return ECF_DECFLOAT_INVALID_ARRAY_SIZE;
   decode(in, context_, number_);
   return ECF_OK;

@@ -14,7 +14,7 @@ void setZero(DecimalNumber& number, const ExactDecimal& exact,
              const DecimalContext& context) noexcept {
   const int64_t largest = context.clamp != 0 ? largestFullExponent(context) : context.emax;
   setFinite(number, exact.negative, Digits(),
-            std::clamp(exact.exponent, leastExponent(context), largest));
+            std::max(leastExponent(context), std::min(exact.exponent, largest)));
 }
 
 // What lies below the last digit that is kept, in halves of that digit.

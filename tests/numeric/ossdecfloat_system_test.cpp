@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <clocale>
 
 #include "decfloattext.h"
 #include "ossnumeric.h"
@@ -36,6 +37,18 @@ TEST(DecfloatProduct, ANumberThatADoubleCannotReachIsOutOfRangeUnderThisRunTime)
   double value = 1;
   EXPECT_EQ(OSSDecfloat34("1E-400").toDouble(&value), ECF_DECFLOAT_OUT_OF_RANGE);
   EXPECT_EQ(OSSDecfloat34("1E+400").toDouble(&value), ECF_DECFLOAT_OUT_OF_RANGE);
+}
+
+// The DLL and its host share the run-time, and with it the locale.
+TEST(DecfloatProduct, AHostThatWritesACommaChangesNothing) {
+  ASSERT_NE(std::setlocale(LC_NUMERIC, "German"), nullptr);
+  ASSERT_STREQ(std::localeconv()->decimal_point, ",");
+  double value = 0;
+  EXPECT_EQ(OSSDecfloat16("1.5").toDouble(&value), ECF_OK);
+  EXPECT_EQ(value, 1.5);
+  EXPECT_EQ(textOf(OSSDecfloat16(-1.5)), "-1.50000000000000");
+  EXPECT_EQ(textOf(OSSDecfloat34(1.5)), "1.50000000000000");
+  std::setlocale(LC_NUMERIC, "C");
 }
 
 }  // namespace

@@ -47,6 +47,27 @@ TEST(Decfloat, AnyOtherFormatLeavesTheContextUnsetAndNoEncodingFits) {
   }
 }
 
+// Such objects must not be used; making one does no harm.
+TEST(Decfloat, AnyOtherFormatMayBeGivenWithAValue) {
+  uint8_t packed[16];
+  for (const char* const text : {"0", "12.5", "1E+400", "NaN", "x"})
+    EXPECT_EQ(OSSDecfloat(text, 63).toDecPacked(packed, 8), ECF_DECFLOAT_INVALID_ARRAY_SIZE);
+  EXPECT_EQ(OSSDecfloat(uint32_t{0}, 63).toDecPacked(packed, 8), ECF_DECFLOAT_INVALID_ARRAY_SIZE);
+}
+
+TEST(Decfloat, NullPointersAreRefused) {
+  OSSDecfloat16 number("1");
+  EXPECT_EQ(number.toString(nullptr, 43), ECF_INVALID_PARAMETER);
+  EXPECT_EQ(number.toUInt32(nullptr), ECF_INVALID_PARAMETER);
+  EXPECT_EQ(number.toSInt32(nullptr), ECF_INVALID_PARAMETER);
+  EXPECT_EQ(number.toUInt64(nullptr), ECF_INVALID_PARAMETER);
+  EXPECT_EQ(number.toSInt64(nullptr), ECF_INVALID_PARAMETER);
+  EXPECT_EQ(number.toDouble(nullptr), ECF_INVALID_PARAMETER);
+  EXPECT_EQ(number.toDecPacked(nullptr, 8), ECF_INVALID_PARAMETER);
+  EXPECT_EQ(number.fromDecPacked(nullptr, 8), ECF_INVALID_PARAMETER);
+  EXPECT_EQ(textOf(number), "1");
+}
+
 TEST(Decfloat, AConstructorConvertsItsValueAsTheOperationDoes) {
   EXPECT_EQ(textOf(OSSDecfloat("12.50", OSS_DECFLOAT_64)), "12.50");
   EXPECT_EQ(textOf(OSSDecfloat("12345678901234565", OSS_DECFLOAT_ROUND_UP, OSS_DECFLOAT_64)),
@@ -205,6 +226,17 @@ TEST(DecfloatFromText, ASubnormalNumberIsKeptAndOutOfRange) {
             (Read{ECF_DECFLOAT_OUT_OF_RANGE, "-1E-398"}));
   EXPECT_EQ(read16("1.000000000000000E-383"), (Read{ECF_OK, "1.000000000000000E-383"}));
   EXPECT_EQ(read34("1E-6176"), (Read{ECF_DECFLOAT_OUT_OF_RANGE, "1E-6176"}));
+}
+
+// Whether a number is subnormal is asked before it is rounded.
+TEST(DecfloatFromText, ASubnormalNumberThatIsRoundedToANormalOneIsOutOfRange) {
+  OSSDecfloat16 narrow;
+  EXPECT_EQ(narrow.fromString("9.9999999999999995E-384"), ECF_DECFLOAT_OUT_OF_RANGE);
+  EXPECT_EQ(textOf(narrow), "1.000000000000000E-383");
+  OSSDecfloat34 wide;
+  EXPECT_EQ(wide.fromString("9.9999999999999999999999999999999995E-6144"),
+            ECF_DECFLOAT_OUT_OF_RANGE);
+  EXPECT_EQ(textOf(wide), "1.000000000000000000000000000000000E-6143");
 }
 
 TEST(DecfloatFromText, AZeroIsNeverOutOfRange) {
@@ -458,6 +490,17 @@ TEST(DecfloatFormats, WhatHasNoTextLeavesTheTargetAsItIs) {
   EXPECT_EQ(OSSDecfloat16().toDecfloat34(wide), ECF_DECFLOAT_NOT_A_NUMBER);
   EXPECT_EQ(wide.fromDecfloat16(OSSDecfloat16("junk")), ECF_DECFLOAT_SPECIAL_CONVERSION_ERROR);
   EXPECT_EQ(textOf(wide), "1.5");
+}
+
+TEST(DecfloatFormats, TheModeThatIsGivenStays) {
+  OSSDecfloat16 target;
+  const OSSDecfloat34 source("1"), empty;
+  EXPECT_EQ(target.fromDecfloat34(source, OSS_DECFLOAT_ROUND_UP), ECF_OK);
+  EXPECT_EQ(target.fromString("1.0000000000000001"), ECF_OK);
+  EXPECT_EQ(textOf(target), "1.000000000000001");
+  EXPECT_EQ(target.fromDecfloat34(empty, OSS_DECFLOAT_ROUND_DOWN), ECF_DECFLOAT_NOT_A_NUMBER);
+  EXPECT_EQ(target.fromString("1.0000000000000009"), ECF_OK);
+  EXPECT_EQ(textOf(target), "1.000000000000000");
 }
 
 TEST(DecfloatFormats, AModeThatIsRefusedStopsTheConversion) {
