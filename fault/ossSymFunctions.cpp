@@ -17,6 +17,7 @@ namespace oss {
 namespace {
 
 constinit std::atomic<bool> g_initialized = false;
+constinit std::atomic<bool> g_preparing = false;  // a thread has changed the options
 constinit std::atomic<uint64_t> g_initializeCalls = 0;
 constinit std::atomic<HANDLE> g_callbackProcess = nullptr;
 
@@ -44,11 +45,16 @@ struct NamedSymbol {
 }  // namespace
 
 void initializeSymbols() noexcept {
-  const bool isFirst = !g_initialized.load(std::memory_order_acquire);
-  const DWORD options = isFirst ? ossSymGetOptions() : 0;
-  if (isFirst) ossSymSetOptions(options | SYMOPT_DEFERRED_LOADS);
+  // A second thread would take the changed options for the host's. It does not wait for the first,
+  // which may be itself: a handler whose thread faulted in here comes again.
+  const bool prepares = !g_initialized.load(std::memory_order_acquire) &&
+                        !g_preparing.exchange(true, std::memory_order_acquire);
+  const DWORD options = prepares ? ossSymGetOptions() : 0;
+  if (prepares) ossSymSetOptions(options | SYMOPT_DEFERRED_LOADS);
   ossSymInitialize(::GetCurrentProcess(), nullptr, TRUE);
-  if (isFirst) ossSymSetOptions(options);
+  if (!prepares) return;
+  ossSymSetOptions(options);
+  g_preparing.store(false, std::memory_order_release);
 }
 
 uint64_t symInitializeCalls() noexcept { return g_initializeCalls.load(std::memory_order_relaxed); }
@@ -121,8 +127,12 @@ API_VERSION* ossImagehlpApiVersionEx(API_VERSION* expected) noexcept {
 }
 
 int ossSymRegisterCallback(void* process, OSSSymbolCallback callback, uint64_t context) noexcept {
-  return Guarded<decltype(::SymRegisterCallback64)>::call(GuardRow::SymRegisterCallback64,
-                                                          keepIfFailed, process, callback, context);
+  const int result = Guarded<decltype(::SymRegisterCallback64)>::call(
+      GuardRow::SymRegisterCallback64, keepIfFailed, process, callback, context);
+  // What is registered now is the host's, which nobody takes from it.
+  HANDLE replaced = process;
+  if (result) g_callbackProcess.compare_exchange_strong(replaced, nullptr);
+  return result;
 }
 
 int ossSymRegisterStackWalkCallback(void* process) noexcept {

@@ -25,8 +25,8 @@ InstructionArea findInstructions(const Memory& memory, uint64_t instructionPoint
   if (moved > 0) return {wanted + moved, 0};
 
   uint32_t bytes = OSS_TRAP_MOST_INSTRUCTIONS;
-  // Ends at the first byte at the latest: its 8 bytes have been read.
-  while (!reads(wanted + bytes - 1)) --bytes;
+  // The first 8 bytes have been read, and yet another thread may unmap them meanwhile.
+  while (bytes > 0 && !reads(wanted + bytes - 1)) --bytes;
   return {wanted, bytes};
 }
 

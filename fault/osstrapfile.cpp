@@ -17,6 +17,11 @@ namespace {
 constexpr DWORD kControlRegisters = CONTEXT_CONTROL;
 static_assert(kControlRegisters == 0x100001);
 
+// What initialize() decides; the others tell of what has been written.
+constexpr uint32_t kDecidedContents = OSS_TRAP_HAS_EXCEPTION | OSS_TRAP_HAS_CONTEXT |
+                                      OSS_TRAP_HAS_CONTROL | OSS_TRAP_HAS_INSTRUCTIONS |
+                                      OSS_TRAP_HAS_LIBRARY_VERSION;
+
 // The instructions around a fault, if the context tells where it was.
 bool examine(const CONTEXT* at, const ProcessMemory& memory, InstructionArea* area) noexcept {
   CONTEXT context;
@@ -54,7 +59,7 @@ void OSSTrapFile::initialize(uint32_t, EXCEPTION_RECORD* er, CONTEXT* ctx,
   if (!initialized_) ossSymGetSearchPath(process_, searchPath_, sizeof searchPath_);
   if (symbolPath != nullptr) ossSymSetSearchPath(process_, symbolPath);
 
-  header_.contents = 0;
+  header_.contents &= ~kDecidedContents;
   if (ossImagehlpApiVersion() != nullptr) header_.contents |= OSS_TRAP_HAS_LIBRARY_VERSION;
 
   SYSTEMTIME now;

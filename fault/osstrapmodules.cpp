@@ -18,8 +18,8 @@ constinit std::atomic<KeptModule*> g_kept = nullptr;
 
 // Read from the image's header, as the debugging-help library reads it: that is being enumerated,
 // under one of its mutexes, and would take a second.
-uint32_t linkTimeStamp(uint64_t base) noexcept {
-  const ProcessMemory memory(::GetCurrentProcess());
+uint32_t linkTimeStamp(HANDLE process, uint64_t base) noexcept {
+  const ProcessMemory memory(process);
   IMAGE_DOS_HEADER dos;
   IMAGE_NT_HEADERS64 image;
   if (!memory.read(base, &dos, sizeof dos) || dos.e_magic != IMAGE_DOS_SIGNATURE) return 0;
@@ -30,6 +30,7 @@ uint32_t linkTimeStamp(uint64_t base) noexcept {
 // The records of one enumeration, first to last. From the C run-time: the library's own allocator
 // may be what failed.
 struct ModuleList {
+  HANDLE process;
   KeptModule* first = nullptr;
   KeptModule** end = &first;
 
@@ -47,33 +48,52 @@ struct ModuleList {
 };
 
 int keepModule(const char* name, uint64_t base, unsigned long size, void* list) noexcept {
-  static_cast<ModuleList*>(list)->append(trapModule(name, base, size));
+  auto& modules = *static_cast<ModuleList*>(list);
+  modules.append(trapModule(modules.process, name, base, size));
   return TRUE;
 }
 
-int writeModule(const char* name, uint64_t base, unsigned long size, void* file) noexcept {
-  TrapWriter::appendModule(*static_cast<OSSTrapFile*>(file), trapModule(name, base, size));
+// The file that one enumeration appends to.
+struct ModuleFile {
+  HANDLE process;
+  OSSTrapFile* file;
+};
+
+int writeModule(const char* name, uint64_t base, unsigned long size, void* to) noexcept {
+  const auto& [process, file] = *static_cast<const ModuleFile*>(to);
+  TrapWriter::appendModule(*file, trapModule(process, name, base, size));
   return TRUE;
+}
+
+bool isThisProcess(HANDLE process) noexcept {
+  return ::GetProcessId(process) == ::GetCurrentProcessId();
+}
+
+// Where an image of this process has the marker of the product's modules; 0 if it has none.
+uint64_t markerOf(uint64_t base) noexcept {
+  auto* const image = reinterpret_cast<HMODULE>(base);
+  return reinterpret_cast<uint64_t>(::GetProcAddress(image, "sqlzThisIsAKT5Library"));
 }
 
 }  // namespace
 
-OSSTrapModule trapModule(const char* name, uint64_t base, uint64_t size) noexcept {
+OSSTrapModule trapModule(HANDLE process, const char* name, uint64_t base, uint64_t size) noexcept {
   OSSTrapModule module;
   for (size_t i = 0; i < kMostName && name[i] != '\0'; ++i) module.name[i] = name[i];
-  auto* const image = reinterpret_cast<HMODULE>(base);
-  module.marker = reinterpret_cast<uint64_t>(::GetProcAddress(image, "sqlzThisIsAKT5Library"));
+  module.marker = isThisProcess(process) ? markerOf(base) : 0;
   module.base = base;
   module.end = base + size;
-  module.timeStamp = linkTimeStamp(base);
+  module.timeStamp = linkTimeStamp(process, base);
   return module;
 }
 
 int recordModules(HANDLE process, OSSTrapFile* file) noexcept {
-  if (file != nullptr && file->isValid())
-    return ossEnumerateLoadedModules(process, writeModule, file);
+  if (file != nullptr && file->isValid()) {
+    ModuleFile to{process, file};
+    return ossEnumerateLoadedModules(process, writeModule, &to);
+  }
 
-  ModuleList found;
+  ModuleList found{process};
   const int result = ossEnumerateLoadedModules(process, keepModule, &found);
   if (found.first != nullptr) releaseModules(g_kept.exchange(found.first));
   return result;

@@ -8,8 +8,9 @@
 
 namespace oss {
 
-// What a trap file tells about a module of this process.
-OSSTrapModule trapModule(const char* name, uint64_t base, uint64_t size) noexcept;
+// What a trap file tells about a module of a process. The marker is found in this process only: in
+// another one the module's exports are not at hand.
+OSSTrapModule trapModule(HANDLE process, const char* name, uint64_t base, uint64_t size) noexcept;
 
 // Enumerates the modules of a process and appends a record of each to the file. Without a file, or
 // with one that is not open, the records are kept instead of those kept before.

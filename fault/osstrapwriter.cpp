@@ -30,19 +30,38 @@ class FileSink final : public SectionSink {
 // A module section being written.
 struct CountedModules {
   OSSTrapFile* file;
+  HANDLE process;
   uint64_t count;
 };
 
 int appendCounted(const char* name, uint64_t base, unsigned long size, void* section) noexcept {
   auto& modules = *static_cast<CountedModules*>(section);
-  const OSSTrapModule module = trapModule(name, base, size);
+  const OSSTrapModule module = trapModule(modules.process, name, base, size);
   if (modules.file->write(&module, sizeof module) == 0) ++modules.count;
   return TRUE;
 }
 
-bool isSamePlace(const STACKFRAME64& a, const STACKFRAME64& b) noexcept {
-  return a.AddrPC.Offset == b.AddrPC.Offset && a.AddrStack.Offset == b.AddrStack.Offset;
-}
+// Whether a walk gets anywhere, which it does as long as the stack pointer of its frames grows. A
+// damaged stack may lead it on the spot or in a circle.
+class WalkProgress {
+ public:
+  bool isMade(const STACKFRAME64& frame) noexcept {
+    const bool isBack = frame.AddrStack.Offset < stack_;
+    const bool isSame = frame.AddrStack.Offset == stack_;
+    const bool isOnTheSpot = isSame && frame.AddrPC.Offset == code_;
+    standing_ = isSame ? standing_ + 1 : 0;
+    stack_ = frame.AddrStack.Offset;
+    code_ = frame.AddrPC.Offset;
+    return !isBack && !isOnTheSpot && standing_ <= kMostStanding;
+  }
+
+ private:
+  static constexpr uint32_t kMostStanding = 16;
+
+  uint64_t stack_ = 0;
+  uint64_t code_ = 0;
+  uint32_t standing_ = 0;  // frames in a row that did not grow
+};
 
 }  // namespace
 
@@ -69,6 +88,8 @@ void TrapWriter::write(uint64_t sections) noexcept {
     TrapWriter* writer;
     Work write;
   };
+  // A derived class may have set more; the header tells what the section of the stack holds.
+  header_.instructionBytes = std::min(header_.instructionBytes, OSS_TRAP_MOST_INSTRUCTIONS);
   for (const Section& section : kSections) {
     if ((sections & section.flag) == 0) continue;
     Call call{this, section.write};
@@ -196,15 +217,11 @@ void TrapWriter::writeStack() noexcept {
 uint64_t TrapWriter::writeFrames(const CONTEXT& context) noexcept {
   StackFrames frames(context);
   STACKFRAME64& frame = frames.current();
-  STACKFRAME64 before = {};
-  for (;;) {
-    // A damaged stack may lead a walk on the spot.
-    if (!frames.next() || isSamePlace(frame, before))
-      frame.AddrReturn.Offset = OSS_TRAP_WALK_FAILED;
+  WalkProgress progress;
+  do {
+    if (!frames.next() || !progress.isMade(frame)) frame.AddrReturn.Offset = OSS_TRAP_WALK_FAILED;
     put(frame);
-    if (frame.AddrReturn.Offset == 0 || frame.AddrReturn.Offset == OSS_TRAP_WALK_FAILED) break;
-    before = frame;
-  }
+  } while (frame.AddrReturn.Offset != 0 && frame.AddrReturn.Offset != OSS_TRAP_WALK_FAILED);
   return frame.AddrStack.Offset;
 }
 
@@ -223,7 +240,7 @@ void TrapWriter::writeRawStack(uint64_t stackPointer, uint64_t lastFrame) noexce
 
 void TrapWriter::writeModuleSection() noexcept {
   const OSSTrapFile::offsetType start = file_.getCurrentOffset();
-  CountedModules modules{&file_, 0};
+  CountedModules modules{&file_, file_.process_, 0};
   put(modules.count);
   ossEnumerateLoadedModules(file_.process_, appendCounted, &modules);
 

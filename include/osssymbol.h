@@ -69,7 +69,10 @@ OSS_API API_VERSION* ossImagehlpApiVersionEx(API_VERSION* expected) noexcept;
 OSS_API int ossSymRegisterCallback(void* process, OSSSymbolCallback callback,
                                    uint64_t context) noexcept;
 /// Registers a callback that answers the request to read memory (6) from the process's memory, with
-/// the count of bytes that could be read, and ignores every other. \return as above
+/// the count of bytes that could be read, and ignores every other. A process has one callback: this
+/// replaces the host's, and so does a trap file's section of the stack (osstrapfile.h). It is
+/// withdrawn when this library is unloaded, unless ossSymRegisterCallback has replaced it by then;
+/// of several processes only for the one that was registered last. \return as above
 OSS_API int ossSymRegisterStackWalkCallback(void* process) noexcept;
 
 // ---- Modules ------------------------------------------------------------------------------------

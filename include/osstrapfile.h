@@ -4,6 +4,7 @@
 //
 //   OSSTrapFile trap;
 //   trap.open(path, OSS_PRIMITIVE_OPEN_ALWAYS);
+//   trap.seekToEnd();  // unless the file is new
 //   trap.initialize(0, exception->ExceptionRecord, exception->ContextRecord, nullptr);
 //   trap.dump(OSS_TRAP_ALL, 0, exception->ExceptionRecord, exception->ContextRecord);
 //   trap.close();
@@ -150,12 +151,17 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
   /// \param flags       reserved; not looked at
   /// \param er          the exception, or null
   /// \param ctx         the registers at the fault, or null
-  /// \param symbolPath  where symbol files are looked for until the object ends; null leaves it
+  /// \param symbolPath  where symbol files are looked for until the object ends; null leaves it.
+  ///                    The path belongs to the process: it serves every thread, of two objects
+  ///                    the one that ends last puts back what it found, and of a path that is
+  ///                    longer than 260 characters the first 260 are put back
   void initialize(uint32_t flags, _EXCEPTION_RECORD* er, _CONTEXT* ctx,
                   const char* symbolPath) noexcept;
 
-  /// Writes sections at the file pointer. Does nothing before initialize() or without a file; what
-  /// the system refuses to write is missing.
+  /// Writes sections at the file pointer, which stands at the end of the file: it must be new or
+  /// empty, or the caller has gone there, since sections that write over what is there go on at the
+  /// end. Does nothing before initialize() or without a file; what the system refuses to write is
+  /// missing.
   /// \param sections  OSS_TRAP_...; other bits are ignored. OSS_TRAP_MODULES also writes the header
   ///                  again, with their count, where OSS_TRAP_HEADER was last written or else at
   ///                  the start of the file, and leaves the file pointer at the end

@@ -4,10 +4,15 @@
 
   A report may hold any elements. What has elements inside is a section with its name as heading, its
   attributes and its simple elements as a table of names and values; elements of one name that only
-  carry attributes are the rows of one table. It lies beside the reports, whose prolog names it.
+  carry attributes are the rows of one table, whose columns are the names of their attributes, and a
+  last one without a heading for their texts. It lies beside the reports, whose prolog names it.
 -->
 <xsl:stylesheet version="1.0" xmlns:xsl="http://www.w3.org/1999/XSL/Transform">
   <xsl:output method="html" encoding="UTF-8"/>
+
+  <!-- The attributes of one name in the rows of one table. -->
+  <xsl:key name="column" match="*[not(*)]/@*"
+           use="concat(generate-id(../..), ' ', name(..), ' ', name())"/>
 
   <xsl:template match="/">
     <html>
@@ -57,15 +62,24 @@
     <xsl:for-each select="*[@* and not(*)]">
       <xsl:variable name="row" select="name()"/>
       <xsl:if test="not(preceding-sibling::*[name() = $row and @* and not(*)])">
+        <xsl:variable name="rows" select="../*[name() = $row and @* and not(*)]"/>
+        <xsl:variable name="table" select="concat(generate-id(..), ' ', $row, ' ')"/>
+        <xsl:variable name="columns" select="$rows/@*[generate-id() =
+            generate-id(key('column', concat($table, name()))[1])]"/>
+        <xsl:variable name="hasText" select="$rows[normalize-space()]"/>
         <h3><xsl:value-of select="$row"/></h3>
         <table class="rows">
           <tr>
-            <xsl:for-each select="@*"><th><xsl:value-of select="name()"/></th></xsl:for-each>
+            <xsl:for-each select="$columns"><th><xsl:value-of select="name()"/></th></xsl:for-each>
+            <xsl:if test="$hasText"><th/></xsl:if>
           </tr>
-          <xsl:for-each select="../*[name() = $row and @* and not(*)]">
+          <xsl:for-each select="$rows">
+            <xsl:variable name="cells" select="@*"/>
             <tr>
-              <xsl:for-each select="@*"><td><xsl:value-of select="."/></td></xsl:for-each>
-              <xsl:if test="normalize-space()"><td><xsl:value-of select="."/></td></xsl:if>
+              <xsl:for-each select="$columns">
+                <td><xsl:value-of select="$cells[name() = name(current())]"/></td>
+              </xsl:for-each>
+              <xsl:if test="$hasText"><td><xsl:value-of select="."/></td></xsl:if>
             </tr>
           </xsl:for-each>
         </table>

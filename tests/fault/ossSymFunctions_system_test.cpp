@@ -56,6 +56,8 @@ std::vector<Wrapper> wrappers() {
   const Word moduleAt = reinterpret_cast<Word>(&moduleCallback);
   auto* const module = static_cast<IMAGEHLP_MODULE64*>(pointer(0x30));
   auto* const symbol = static_cast<IMAGEHLP_SYMBOL64*>(pointer(0x40));
+  auto* const frame = static_cast<STACKFRAME64*>(pointer(0x60));
+  auto* const context = static_cast<CONTEXT*>(pointer(0x70));
   auto* const version = static_cast<API_VERSION*>(pointer(0x50));
   const auto process = pointer(0x11);
   return {
@@ -84,6 +86,11 @@ std::vector<Wrapper> wrappers() {
        {0x11, 0x22},
        false,
        CALLING(ossSymGetModuleBase, process, 0x22)},
+      {"StackWalk64",
+       "StackWalk64",
+       {IMAGE_FILE_MACHINE_AMD64, 0x11, 0x22, 0x60, 0x70, 0},
+       true,
+       CALLING(ossStackWalk, process, pointer(0x22), frame, context)},
       {"EnumerateLoadedModules64",
        "EnumerateLoadedModules64",
        {0x11, moduleAt, 0x33},
@@ -345,6 +352,31 @@ TEST_F(StackWalkCallback, IsWithdrawnWhenTheLibraryIsUnloaded) {
   EXPECT_EQ(process_, ::GetCurrentProcess());
 }
 
+TEST_F(StackWalkCallback, IsLeftAloneOnceTheHostHasReplacedIt) {
+  const auto registers = help_.find<decltype(ossSymRegisterCallback)>("ossSymRegisterCallback");
+  EXPECT_EQ(registers(::GetCurrentProcess(), symbolCallback, 0), 1);
+  help_.unload();
+  EXPECT_EQ(callback_, symbolCallback);
+}
+
+// A registration that fails, or that is another process's, has replaced nothing.
+TEST_F(StackWalkCallback, IsWithdrawnUnlessItWasReplaced) {
+  const auto registers = help_.find<decltype(ossSymRegisterCallback)>("ossSymRegisterCallback");
+  EXPECT_EQ(registers(pointer(0x12), symbolCallback, 0), 1);
+  bool fails = true;
+  help_.answer("SymRegisterCallback64", [this, &fails](const FakeCall& call) {
+    if (fails) return 0;
+    process_ = call.argument<HANDLE>(0);
+    callback_ = call.argument<OSSSymbolCallback>(1);
+    return 1;
+  });
+  EXPECT_EQ(registers(::GetCurrentProcess(), symbolCallback, 0), 0);
+  fails = false;
+  help_.unload();
+  EXPECT_EQ(callback_, nullptr);
+  EXPECT_EQ(process_, ::GetCurrentProcess());
+}
+
 // ---- Names ----
 
 struct Name {
@@ -446,6 +478,34 @@ TEST_F(SymbolName, InitialisesSymbolsWithAllModulesOnce) {
                   Pair("SymInitialize", ElementsAre(0xFFFFFFFF, 0, 1)),
                   Pair("SymSetOptions", ElementsAre(kOptions)),
                   Pair("SymGetSymFromAddr64", IsEmpty()), Pair("SymGetSymFromAddr64", IsEmpty())));
+}
+
+// The second thread comes between the first one's question for the options and their change.
+TEST_F(SymbolName, OneThreadChangesTheOptionsAndPutsThemBack) {
+  Word options = 2;
+  Event done;
+  std::thread second;
+  help_.answer("SymInitialize", [](const FakeCall&) { return 1; });
+  help_.answer("SymSetOptions", [&options](const FakeCall& call) {
+    options = call.argument<DWORD>(0);
+    return options;
+  });
+  help_.answer("SymGetOptions", [&](const FakeCall&) {
+    second = std::thread([&] {
+      nameOf(0x1234);
+      done.set();
+    });
+    EXPECT_TRUE(done.wait());
+    return options;
+  });
+  nameOf(0x1234);
+  second.join();
+
+  EXPECT_EQ(options, 2u);
+  std::vector<std::string> functions;
+  for (const FakeCall& call : help_.calls()) functions.push_back(call.function);
+  EXPECT_THAT(functions, ElementsAre("SymGetOptions", "SymInitialize", "SymGetSymFromAddr64",
+                                     "SymSetOptions", "SymSetOptions", "SymGetSymFromAddr64"));
 }
 
 // ---- The system's own debugging-help library ----

@@ -34,6 +34,15 @@ class Region final : public Memory {
   uint64_t begin_, end_;
 };
 
+// Memory that another thread unmaps once its first bytes have been read.
+class Vanishing final : public Memory {
+ public:
+  bool isReadable(uint64_t, uint64_t) const noexcept override { return asked_++ == 0; }
+
+ private:
+  mutable int asked_ = 0;
+};
+
 const Region kEverything(0, ~uint64_t{0});
 const Region kNothing(0, 0);
 
@@ -78,6 +87,10 @@ TEST(InstructionArea, ItsEndShrinksUntil8BytesFollow) {
 
 TEST(InstructionArea, AStartWithFewerThan8BytesIsUnreadable) {
   EXPECT_EQ(findInstructions(Region(kStart, kStart + 7), kStart + 32), area(kStart + 33, 0));
+}
+
+TEST(InstructionArea, MemoryThatVanishesMeanwhileHoldsNothing) {
+  EXPECT_EQ(findInstructions(Vanishing(), kStart), area(kStart - 32, 0));
 }
 
 // ---- The raw stack ----

@@ -132,6 +132,30 @@ TEST_F(TrapFileTest, TheContentsFollowWhatIsGiven) {
   EXPECT_EQ(file.header().instructionBytes, 0u);
 }
 
+// What the file holds already is told all the same.
+TEST_F(TrapFileTest, TheContentsThatInitializeDoesNotDecideStay) {
+  OpenTrapFile file(newPath());
+  const uint32_t others = ~0x3Bu;
+  file.header().contents = ~0u;
+  file.initialize(0, nullptr, nullptr, nullptr);
+  EXPECT_EQ(file.header().contents, others | OSS_TRAP_HAS_LIBRARY_VERSION);
+  file.header().contents = others & ~OSS_TRAP_HAS_MODULES;
+  file.initialize(0, &exception_, &context_, nullptr);
+  EXPECT_EQ(file.header().contents, ~OSS_TRAP_HAS_MODULES);
+}
+
+TEST_F(TrapFileTest, NoMoreThan64InstructionBytesAreCounted) {
+  const std::string path = newPath();
+  OpenTrapFile file(path);
+  file.initialize(0, nullptr, &context_, nullptr);
+  file.header().instructionBytes = 65;
+  file.dump(OSS_TRAP_HEADER | OSS_TRAP_STACK, 0, nullptr, nullptr);
+  TrapBytes bytes(readFile(path));
+  EXPECT_EQ(bytes.take<OSSTrapHeader>().instructionBytes, 64u);
+  EXPECT_EQ(bytes.take(bytes.left()),
+            std::string(reinterpret_cast<const char*>(context_.Rip - 32), 64));
+}
+
 // Pages as the system maps them: what can be read lies between two that cannot.
 TEST_F(TrapFileTest, InstructionsAtPageBordersAreCapturedAsFarAsTheyGo) {
   constexpr size_t kPage = 4096;
@@ -286,26 +310,41 @@ TEST_F(TrapFileTest, TheSectionsFollowInTheirOrder) {
 
 // ---- The symbol search path ----
 
+std::string searchPath() {
+  char text[1000] = {};
+  EXPECT_TRUE(ossSymGetSearchPath(::GetCurrentProcess(), text, sizeof text));
+  return text;
+}
+
 TEST_F(TrapFileTest, TheSearchPathIsInstalledForTheObjectsLife) {
-  const auto path = [] {
-    char text[261] = {};
-    EXPECT_TRUE(ossSymGetSearchPath(::GetCurrentProcess(), text, sizeof text));
-    return std::string(text);
-  };
   { OSSTrapFile().initialize(0, nullptr, nullptr, nullptr); }
   ASSERT_TRUE(ossSymSetSearchPath(::GetCurrentProcess(), "C:\\before"));
   {
     OSSTrapFile file;
     file.initialize(0, nullptr, nullptr, nullptr);
-    EXPECT_EQ(path(), "C:\\before");
+    EXPECT_EQ(searchPath(), "C:\\before");
     file.initialize(0, nullptr, nullptr, "C:\\symbols");
-    EXPECT_EQ(path(), "C:\\symbols");
+    EXPECT_EQ(searchPath(), "C:\\symbols");
     file.initialize(0, nullptr, nullptr, "C:\\other");
-    EXPECT_EQ(path(), "C:\\other");
+    EXPECT_EQ(searchPath(), "C:\\other");
   }
-  EXPECT_EQ(path(), "C:\\before");
+  EXPECT_EQ(searchPath(), "C:\\before");
   { OSSTrapFile untouched; }
-  EXPECT_EQ(path(), "C:\\before");
+  EXPECT_EQ(searchPath(), "C:\\before");
+}
+
+TEST_F(TrapFileTest, ALongSearchPathIsPutBackAsFarAs260Characters) {
+  { OSSTrapFile().initialize(0, nullptr, nullptr, nullptr); }
+  for (const size_t length : {260u, 261u, 700u}) {
+    const std::string before = "C:\\" + std::string(length - 3, 'p');
+    ASSERT_TRUE(ossSymSetSearchPath(::GetCurrentProcess(), before.c_str()));
+    {
+      OSSTrapFile file;
+      file.initialize(0, nullptr, nullptr, "C:\\symbols");
+      EXPECT_EQ(searchPath(), "C:\\symbols");
+    }
+    EXPECT_EQ(searchPath(), before.substr(0, 260));
+  }
 }
 
 }  // namespace

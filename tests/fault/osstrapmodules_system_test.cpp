@@ -3,6 +3,7 @@
 
 #include "fault/osstrapfixture.h"
 #include "harness/childprocess.h"
+#include "harness/sharedobjects.h"
 #include "osscatalog.h"
 
 using namespace osse_test;
@@ -170,6 +171,62 @@ TEST_F(TrapFileTest, TheCountOfModulesStopsAt65535) {
   TrapBytes file(readFile(path));
   EXPECT_EQ(file.take<OSSTrapHeader>().modules, 65535u);
   EXPECT_EQ(file.left(), 65537u * 304);
+}
+
+// ---- Another process ----
+
+// Far from where the system maps anything by itself.
+void* const kOnlyHere = reinterpret_cast<void*>(0x1A5A00000000);
+constexpr DWORD kLinked = 0x12345678;
+
+// Names, for whatever process, this one's library and an image that no other process has.
+BOOL enumerateHere(HANDLE, PENUMLOADED_MODULES_CALLBACK64 callback, void* context) {
+  return callback("library", reinterpret_cast<DWORD64>(libraryModule()), 0x2000, context) &&
+         callback("image", reinterpret_cast<DWORD64>(kOnlyHere), 0x1000, context);
+}
+
+CHILD_ROLE(recordModulesOf) {
+  constexpr size_t kPage = 4096;
+  EXPECT_EQ(::VirtualAlloc(kOnlyHere, kPage, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE), kOnlyHere);
+  std::memcpy(kOnlyHere, libraryModule(), kPage);
+  const auto* const dos = static_cast<const IMAGE_DOS_HEADER*>(kOnlyHere);
+  auto* const headers =
+      reinterpret_cast<IMAGE_NT_HEADERS64*>(static_cast<char*>(kOnlyHere) + dos->e_lfanew);
+  headers->FileHeader.TimeDateStamp = kLinked;
+  ImportHook find("GetProcAddress", [](Call& call) {
+    const std::string_view name = call.argument<const char*>(1);
+    return name == "EnumerateLoadedModules64" ? reinterpret_cast<Word>(&enumerateHere)
+                                              : call.passOn();
+  });
+  const UniqueHandle process(::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE,
+                                           static_cast<DWORD>(std::stoul(arguments[0]))));
+  OpenTrapFile file(arguments[1]);
+  file.initialize(0, nullptr, nullptr, nullptr);
+  file.dump(OSS_TRAP_HEADER, 0, nullptr, nullptr);
+  EXPECT_TRUE(ossEnumerateLoadedModules(::GetCurrentProcess(), nullptr, &file));
+  EXPECT_TRUE(ossEnumerateLoadedModules(process.get(), nullptr, &file));
+  EXPECT_TRUE(ossEnumerateLoadedModules(process.get(), nullptr, nullptr));
+  file.dump(OSS_TRAP_MODULES, 0, nullptr, nullptr);
+  return 0;
+}
+
+// What is told of another process's modules is read there, whether it is written or kept.
+TEST_F(TrapFileTest, ModulesOfAnotherProcessAreReadThere) {
+  const std::string path = newPath();
+  ASSERT_EQ(runChild("recordModulesOf", {std::to_string(::GetCurrentProcessId()), path}), 0u);
+  TrapBytes file(readFile(path));
+  file.take<OSSTrapHeader>();
+  const std::vector<OSSTrapModule> own = takeModules(file, 2);
+  EXPECT_NE(own[0].marker, 0u);
+  EXPECT_EQ(own[1].timeStamp, kLinked);
+
+  for (const OSSTrapModule& module : takeModules(file, 4)) {
+    EXPECT_EQ(module.marker, 0u) << module.name;
+    if (module.base == own[1].base) {
+      EXPECT_EQ(module.timeStamp, 0u);
+    }
+  }
+  EXPECT_EQ(file.left(), 0u);
 }
 
 }  // namespace

@@ -80,13 +80,34 @@ BOOL stayOnTheSpot(DWORD, HANDLE, HANDLE, STACKFRAME64* frame, void*, void*, voi
   return TRUE;
 }
 
+// From each of two frames to the other one.
+BOOL alternate(DWORD, HANDLE, HANDLE, STACKFRAME64* frame, void*, void*, void*, void*, void*) {
+  const bool isHigh = frame->AddrPC.Offset == 0x2000;
+  frame->AddrPC.Offset = isHigh ? 0x1000 : 0x2000;
+  frame->AddrStack.Offset = isHigh ? 0x10000 : 0x20000;
+  frame->AddrReturn.Offset = isHigh ? 0x2000 : 0x1000;
+  return TRUE;
+}
+
+// Through code without end, on one place of the stack.
+BOOL stand(DWORD, HANDLE, HANDLE, STACKFRAME64* frame, void*, void*, void*, void*, void*) {
+  frame->AddrPC.Offset += 16;
+  frame->AddrReturn.Offset = frame->AddrPC.Offset + 16;
+  return TRUE;
+}
+
+using Walker = decltype(&stand);
+const std::map<std::string, Walker> kWalkers = {
+    {"stayOnTheSpot", stayOnTheSpot}, {"alternate", alternate}, {"stand", stand}};
+
 // In a process that has yet to look StackWalk64 up.
-CHILD_ROLE(dumpWalkOnTheSpot) {
-  ImportHook find("GetProcAddress", [](Call& call) {
+CHILD_ROLE(dumpWalkOf) {
+  const Walker walker = kWalkers.at(arguments[0]);
+  ImportHook find("GetProcAddress", [walker](Call& call) {
     const std::string_view name = call.argument<const char*>(1);
-    return name == "StackWalk64" ? reinterpret_cast<Word>(&stayOnTheSpot) : call.passOn();
+    return name == "StackWalk64" ? reinterpret_cast<Word>(walker) : call.passOn();
   });
-  OpenTrapFile file(arguments[0]);
+  OpenTrapFile file(arguments[1]);
   CONTEXT context;
   ::RtlCaptureContext(&context);
   context.ContextFlags = 0;
@@ -98,12 +119,32 @@ CHILD_ROLE(dumpWalkOnTheSpot) {
 // A walker that makes no way is one that has failed.
 TEST_F(TrapStackTest, AWalkOnTheSpotIsEnded) {
   const std::string path = newPath();
-  ASSERT_EQ(runChild("dumpWalkOnTheSpot", {path}), 0u);
+  ASSERT_EQ(runChild("dumpWalkOf", {"stayOnTheSpot", path}), 0u);
   const Stack stack = takeStack(TrapBytes(readFile(path)));
   ASSERT_EQ(stack.frames.size(), 2u);
   EXPECT_EQ(stack.frames[0].AddrReturn.Offset, stack.frames[0].AddrPC.Offset);
   EXPECT_EQ(stack.frames[1].AddrReturn.Offset, 0xF2A3EBADu);
   EXPECT_EQ(stack.words.size(), 1024u);
+}
+
+TEST_F(TrapStackTest, AWalkInACircleIsEnded) {
+  const std::string path = newPath();
+  ASSERT_EQ(runChild("dumpWalkOf", {"alternate", path}), 0u);
+  TrapBytes file(readFile(path));
+  const std::vector<STACKFRAME64> frames = takeFrames(file);
+  ASSERT_EQ(frames.size(), 2u);
+  EXPECT_EQ(frames[0].AddrReturn.Offset, frames[1].AddrPC.Offset);
+  EXPECT_EQ(frames[1].AddrReturn.Offset, 0xF2A3EBADu);
+}
+
+TEST_F(TrapStackTest, AWalkOnOnePlaceOfTheStackIsEnded) {
+  const std::string path = newPath();
+  ASSERT_EQ(runChild("dumpWalkOf", {"stand", path}), 0u);
+  const Stack stack = takeStack(TrapBytes(readFile(path)));
+  ASSERT_EQ(stack.frames.size(), 18u);
+  for (size_t i = 0; i < 17; ++i)
+    EXPECT_EQ(stack.frames[i].AddrReturn.Offset, stack.frames[i + 1].AddrPC.Offset) << i;
+  EXPECT_EQ(stack.frames.back().AddrReturn.Offset, 0xF2A3EBADu);
 }
 
 TEST_F(TrapStackTest, TheRawStackReachesToTheLastFrame) {
