@@ -126,16 +126,28 @@ check_report() {
   for fault in null-write division-by-zero illegal-instruction; do
     cmake/wine-run.sh build/mingw-release/bin/tour.exe --fault "$fault" 'build\report' || true
   done
-  timeout 120 chromium --headless --no-sandbox --disable-gpu --allow-file-access-from-files \
-    --user-data-dir="$folder/profile" --dump-dom "file://$folder/tour.traps.xml" > "$folder/page.html"
-
-  # One line a row, cells separated by bars.
-  tr -d '\n' < "$folder/page.html" | sed 's,</tr>,\n,g; s,</t[hd]><t[hd]>,|,g; s,<[^>]*>,,g' \
-    > "$folder/rows.txt"
+  shownRows "$folder" tour.traps.xml > "$folder/rows.txt"
   grep -F 'fault|process|code|address' "$folder/rows.txt"
   for row in null-write:0xC0000005 division-by-zero:0xC0000094 illegal-instruction:0xC000001D; do
     grep -E "^${row%:*}\|[0-9]+\|${row#*:}\|0x[0-9A-F]{16}\$" "$folder/rows.txt"
   done
+
+  # Rows that differ in their attributes, the order of these, and texts.
+  {
+    head -n 2 "$folder/tour.traps.xml"
+    printf '%s' '<traps><trap a="1" b="2"/><trap b="3" a="4">text</trap><trap c="5" a="6"/></traps>'
+  } > "$folder/mixed.xml"
+  shownRows "$folder" mixed.xml > "$folder/mixed.txt"
+  grep 'trapa|b|c|$' "$folder/mixed.txt"
+  for row in '1|2||' '4|3||text' '6||5|'; do grep -xF "$row" "$folder/mixed.txt"; done
+}
+
+# What a browser shows of a report's tables: one line a row, cells separated by bars.
+# shownRows <folder> <file in it>
+shownRows() {
+  timeout 120 chromium --headless --no-sandbox --disable-gpu --allow-file-access-from-files \
+    --user-data-dir="$1/profile" --dump-dom "file://$1/$2" > "$1/page.html"
+  tr -d '\n' < "$1/page.html" | sed 's,</tr>,\n,g; s,</t[hd]><t[hd]>,|,g; s,<[^>]*>,,g'
 }
 
 # ends <exit code> <command...>
