@@ -230,12 +230,12 @@ OSSErr OSSDirectoryListing::end() noexcept {
   Operation op(Func::OSSDirectoryListing_end);
   if (!m_bActive) return op.fail(10, ECF_INVALID_INVOCATION_SEQUENCE, OSS_LOG_INFO);
 
-  while (m_pFirstEntry != nullptr) {
-    Entry* const next = m_pFirstEntry->next;
-    if (const OSSErr rc = release(m_pFirstEntry->name))
-      return op.failCalled(20, Func::ossMemFree, rc);
-    if (const OSSErr rc = release(m_pFirstEntry)) return op.failCalled(30, Func::ossMemFree, rc);
-    m_pFirstEntry = next;
+  m_bRewind = true;  // the cursor's entry may be gone before a release is refused
+  while (Entry* const entry = m_pFirstEntry) {
+    if (const OSSErr rc = release(entry->name)) return op.failCalled(20, Func::ossMemFree, rc);
+    // One that stays allocated has no name any more: the list lets go of it first.
+    m_pFirstEntry = entry->next;
+    if (const OSSErr rc = release(entry)) return op.failCalled(30, Func::ossMemFree, rc);
   }
   if (m_pFileList != nullptr)
     if (const OSSErr rc = release(m_pFileList)) return op.failCalled(40, Func::ossMemFree, rc);

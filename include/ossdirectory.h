@@ -90,8 +90,8 @@ class OSS_API OSSDirectoryListing {
   /// Frees the names and the block; the listing may begin again.
   /// \retval 0  the listing is inactive
   /// \retval ECF_INVALID_INVOCATION_SEQUENCE  it is not active (probe 10); nothing is freed
-  /// \return otherwise the refusal of ossMemFree for a name (20), an entry (30) or the block (40);
-  ///         the listing stays active
+  /// \return otherwise the refusal of ossMemFree for a name (20), an entry (30; the listing lets go
+  ///         of it) or the block (40); the listing stays active with what is left, for another end()
   OSSErr end() noexcept;
 
  protected:

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <vector>
 
 #include "ossdirectory.h"
@@ -14,10 +15,13 @@
 #include "ossmemory.h"
 #include "ossstring.h"
 #include "tests/core/tracedtest.h"
+#include "tests/harness/importhook.h"
+#include "tests/harness/search.h"
 #include "tests/harness/tempdir.h"
 
 using oss::fakes::g_mapped;
 using oss::fakes::text;
+using osse_test::FailingCall;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -26,7 +30,8 @@ using testing::IsEmpty;
 namespace {
 
 std::vector<void*> g_blocks;  // freed with the test that they are of
-int g_refused = 0;            // which release from now is refused, counted from 1
+std::vector<void*> g_released;
+int g_refused = 0;  // which release from now is refused, counted from 1
 
 }  // namespace
 
@@ -38,6 +43,7 @@ OSSErr ossMemAlloc(void** out, void*, uint64_t size, uint64_t, const char*, uint
 
 OSSErr ossMemFree(void** address, void*, uint64_t, const char*, uint64_t) noexcept {
   if (g_refused > 0 && --g_refused == 0) return ECF_MEM_NULL_POINTER;
+  g_released.push_back(*address);
   *address = nullptr;
   return ECF_OK;
 }
@@ -56,6 +62,7 @@ class DirectoryPoints : public oss::fakes::TracedTest {
  protected:
   DirectoryPoints() {
     g_refused = 0;
+    g_released.clear();
     param_.path = dir_.path().c_str();
     param_.typeMask = OSS_FILE_TYPE_DIRECTORY;
   }
@@ -64,13 +71,14 @@ class DirectoryPoints : public oss::fakes::TracedTest {
     g_blocks.clear();
   }
 
-  // The log records since the last time.
-  static std::vector<std::string> records() {
-    std::vector<std::string> records;
+  // The calls of one kind since the last time.
+  static std::vector<std::string> callsOf(const char* kind) {
+    std::vector<std::string> ofKind;
     for (const std::string& call : calls())
-      if (call.starts_with("log ")) records.push_back(call);
-    return records;
+      if (call.starts_with(kind)) ofKind.push_back(call);
+    return ofKind;
   }
+  static std::vector<std::string> records() { return callsOf("log "); }
 
   // One about ossMemFree, which refused.
   static std::string refusal(unsigned probe) {
@@ -88,21 +96,23 @@ TEST_F(DirectoryPoints, AReleaseThatIsRefusedStopsTheEndAndTheListingStaysActive
     int release;
     unsigned probe;
     uint64_t namesLeft;
-  } kRows[] = {{1, 20, 2}, {2, 30, 2}, {3, 20, 1}, {4, 30, 1}, {5, 40, 0}};
+  } kRows[] = {{1, 20, 2}, {2, 30, 1}, {3, 20, 1}, {4, 30, 0}, {5, 40, 0}};
   for (const auto& row : kRows) {
     SCOPED_TRACE(row.release);
     OSSDirectoryListing listing;
     ASSERT_EQ(listing.begin(&param_), ECF_OK);
     const char* const block = listing.getFileList();
     EXPECT_THAT(records(), IsEmpty());
+    EXPECT_STREQ(listing.getNext(), ".");
 
+    g_released.clear();
     g_refused = row.release;
     EXPECT_EQ(listing.end(), ECF_MEM_NULL_POINTER);
     EXPECT_THAT(records(), ElementsAre(refusal(row.probe)));
     EXPECT_EQ(listing.getNumberOfFiles(), 2u);
     EXPECT_EQ(listing.getFileList(), block);
+    // From the first that is left, wherever the last one handed out was.
     uint64_t namesLeft = 0;
-    listing.rewind();
     while (listing.getNext() != nullptr) ++namesLeft;
     EXPECT_EQ(namesLeft, row.namesLeft);
 
@@ -111,6 +121,9 @@ TEST_F(DirectoryPoints, AReleaseThatIsRefusedStopsTheEndAndTheListingStaysActive
     EXPECT_EQ(listing.end(), ECF_OK);
     EXPECT_EQ(listing.end(), ECF_INVALID_INVOCATION_SEQUENCE);
     EXPECT_EQ(records().size(), 1u);
+    // All but an entry that was refused, and none of them twice.
+    EXPECT_EQ(g_released.size(), row.probe == 30 ? 4u : 5u);
+    EXPECT_EQ(std::set(g_released.begin(), g_released.end()).size(), g_released.size());
   }
 }
 
@@ -171,6 +184,38 @@ TEST_F(DirectoryPoints, AFailureOnTheWayIsNotReplacedByThatOfTheEnd) {
   EXPECT_EQ(ossDirectoryCopy(tree.c_str(), dir_.file("to").c_str()), ECF_FILE_SHARE);
   EXPECT_EQ(records().size(), 4u);
   ::CloseHandle(held);
+}
+
+// ---- What is mapped in another name than it is logged in ----
+
+TEST_F(DirectoryPoints, AFileThatIsNotCopiedIsMappedForAnotherOperation) {
+  g_mapped = ECF_FILE_DOESNT_EXIST;
+  {
+    const FailingCall fails("CopyFileA", 10);
+    EXPECT_EQ(ossFileCopy("a", dir_.file("b").c_str()), ECF_FILE_DOESNT_EXIST);
+  }
+  EXPECT_THAT(callsOf("map "), ElementsAre("map 081A0068 probe 10 call 0814006A error 10"));
+}
+
+TEST_F(DirectoryPoints, ASearchThatDoesNotEndIsMappedAsItsEnd) {
+  g_mapped = ECF_FAILED;
+  const osse_test::Search search;
+  OSSDirectoryListing listing;
+  {
+    const FailingCall fails("FindClose", 100);
+    EXPECT_EQ(listing.begin(&param_), ECF_FAILED);
+  }
+  EXPECT_THAT(callsOf("map "), ElementsAre("map 081A000E probe 100 call 08140075 error 100"));
+}
+
+TEST_F(DirectoryPoints, ATemporaryFileThatCannotBeMadeIsMappedAsItsDirectory) {
+  g_mapped = ECF_ACCESS_DENIED;
+  char buffer[260];
+  {
+    const FailingCall fails("GetTempFileNameA", 20);
+    EXPECT_EQ(osstmpnam(buffer, sizeof buffer, OSS_TMPNAM_CREATE), ECF_ACCESS_DENIED);
+  }
+  EXPECT_THAT(callsOf("map "), ElementsAre("map 081A00AA probe 20 call 0814015F error 20"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // memory that is missing.
 #include "file/ossdirectorylistingfixture.h"
 #include "harness/childprocess.h"
+#include "harness/search.h"
 
 using namespace osse_test;
 using namespace testing;
@@ -145,24 +146,6 @@ TEST_F(DirectoryListing, ADirectoryThatIsNotThereIsRefused) {
 }
 
 // ---- Searches that fail ----
-
-// Remembers the search handle, and closes it when the listing did not.
-class Search {
- public:
-  ~Search() { EXPECT_TRUE(::FindClose(handle_)); }
-
-  HANDLE handle() const { return handle_; }
-  int closes() const { return closes_.calls(); }
-
- private:
-  HANDLE handle_ = INVALID_HANDLE_VALUE;
-  const ImportHook first_{"FindFirstFileA", [this](Call& call) {
-                            const Word search = call.passOn();
-                            std::memcpy(&handle_, &search, sizeof handle_);
-                            return search;
-                          }};
-  const CallCounter closes_{"FindClose"};
-};
 
 TEST_F(DirectoryListing, AFailedStepLeavesTheSearchOpenAndTheNamesAttached) {
   makeFiles({"a"});

@@ -157,6 +157,16 @@ TEST(DirectoryListingPath, AWildCardInTheLastComponentMakesAPattern) {
   EXPECT_EQ(askedFor("C:\\d*r\\file"), (Asked{"C:\\d*r\\file\\*", "C:\\d*r\\file\\x"}));
 }
 
+// Deliberate: the names are looked for where the text of the path leads, not where they were found.
+TEST(DirectoryListingPath, SomePatternsAreAskedForElsewhere) {
+  // The base name of what is in the root is the root, which has no wild card.
+  EXPECT_EQ(askedFor("\\*.log"), (Asked{"\\*.log\\*", "\\*.log\\x"}));
+  // No backslash, no directory.
+  EXPECT_EQ(askedFor("C:*.log"), (Asked{"C:*.log", ".\\x"}));
+  // A device is its own directory.
+  EXPECT_EQ(askedFor("\\\\.\\C:\\*"), (Asked{"\\\\.\\C:\\*", "\\\\.\\C:\\*\\x"}));
+}
+
 // ---- Handing out ----
 
 TEST_F(TwoNames, AreHandedOutOnceAndAgainAfterARewind) {

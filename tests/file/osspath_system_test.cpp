@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "file/osspathfixture.h"
+#include "ossdirectory.h"
 
 using namespace osse_test;
 using namespace testing;
@@ -163,6 +164,26 @@ TEST_F(OSSPathTestTest, AConstructedRecordAsksForExistence) {
   EXPECT_EQ(param.path, nullptr);
   EXPECT_EQ(param.flags, 1u);
   EXPECT_EQ(param.reserved, 0u);
+}
+
+TEST(PathRecords, AreConstructedWithTheCurrentVersionAndNothingElse) {
+  const OSSDirectoryCreateParam create;
+  EXPECT_EQ(create.version, 0x09010007u);
+  EXPECT_EQ(create.path, nullptr);
+  EXPECT_EQ(create.permissions, 0u);
+  EXPECT_EQ(create.mode, 0u);
+  const OSSDirectoryDeleteParam remove;
+  EXPECT_EQ(remove.version, 0x09010007u);
+  EXPECT_EQ(remove.path, nullptr);
+  EXPECT_EQ(remove.flags, 0u);
+  const OSSFileInfoParam info;
+  EXPECT_EQ(info.version, 0x09010007u);
+  EXPECT_EQ(info.path, nullptr);
+  const OSSDirectoryListingParam listing;
+  EXPECT_EQ(listing.version, 0x09010007u);
+  EXPECT_EQ(listing.path, nullptr);
+  EXPECT_EQ(listing.typeMask, 0u);
+  EXPECT_EQ(listing.reserved, 0u);
 }
 
 // ---- ossFileGetInfo ----

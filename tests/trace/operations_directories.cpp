@@ -1,5 +1,6 @@
 // The traces of directory listings and of the copy of a tree, with those of the operations that
 // they call.
+#include "harness/search.h"
 #include "trace/pathtraces.h"
 
 namespace osse_test {
@@ -24,6 +25,27 @@ constexpr Case kDirectoryCases[] = {
            {Func::OSSDirectoryListing_begin, 80, SysCall::FindFirstFileA, "FindFirstFileA",
             kAllOnes},
            [&] { return listing.begin(&param); }, startOfBegin(param));
+     }},
+    // "." is not kept: the step behind it is refused before anything is allocated.
+    {Func::OSSDirectoryListing_begin, false,
+     [](Scene& s) {
+       const OSSDirectoryListingParam param = listingParam(s.dir.path(), OSS_FILE_TYPE_REGULAR);
+       const Search search;
+       OSSDirectoryListing listing;
+       return s.refused(
+           {Func::OSSDirectoryListing_begin, 90, SysCall::FindNextFileA, "FindNextFileA"},
+           [&] { return listing.begin(&param); }, startOfBegin(param));
+     }},
+    // One name is kept; its block is not reached.
+    {Func::OSSDirectoryListing_begin, false,
+     [](Scene& s) {
+       const OSSDirectoryListingParam param = listingParam(s.dir.path(), OSS_FILE_TYPE_REGULAR);
+       const Search search;
+       OSSDirectoryListing listing;
+       return s.refused(
+           {Func::OSSDirectoryListing_begin, 100, SysCall::FindClose, "FindClose"},
+           [&] { return listing.begin(&param); },
+           joined({startOfBegin(param), repeated(Func::ossMemAlloc, 2)}));
      }},
     {Func::OSSDirectoryListing_end, true,
      [](Scene& s) {

@@ -14,15 +14,18 @@ Trace named(OSSErr isDevice) { return framed(Func::ossIsNTVolume, isDevice); }
 
 // Refused by the C run-time, whose calls tell by errno.
 constexpr int kErrno = 22;
+Word refuseByErrno(Call&) {
+  ::SetLastError(ERROR_INVALID_HANDLE);
+  errno = kErrno;
+  return kAllOnes;
+}
+OSSErr mappedErrno(uint16_t probe, SysCall call) {
+  return ossErrorMapSystem(0, probe, static_cast<uint32_t>(call), kErrno, nullptr);
+}
 Trace refusedByRuntime(Scene& scene, const Scene::Refusal& refusal, const Code& operation,
                        Trace before = {}) {
-  const OSSErr rc =
-      ossErrorMapSystem(0, refusal.probe, static_cast<uint32_t>(refusal.call), kErrno, nullptr);
-  ImportHook hook(refusal.name, [](Call&) {
-    ::SetLastError(ERROR_INVALID_HANDLE);
-    errno = kErrno;
-    return kAllOnes;
-  });
+  const OSSErr rc = mappedErrno(refusal.probe, refusal.call);
+  const ImportHook hook(refusal.name, refuseByErrno);
   before.push_back(error(refusal.function, refusal.probe, rc));
   return scene.plain(refusal.function, operation, rc, before);
 }
@@ -117,6 +120,18 @@ constexpr Case kPathCases[] = {
        return s.plain(
            Func::ossPathExists, [&] { return OSSErr{ossPathExists(path.c_str())}; }, 0,
            missing(path));
+     }},
+    // Nothing is logged, and an error point all the same: that of the test.
+    {Func::ossPathExists, false,
+     [](Scene& s) {
+       OSSPathTestParam param;
+       param.path = s.openParam.path;
+       const OSSErr rc = mappedErrno(40, SysCall::Access);
+       const ImportHook hook("_access", refuseByErrno);
+       return s.plain(
+           Func::ossPathExists, [&] { return OSSErr{ossPathExists(param.path)}; }, 0,
+           framed(Func::ossPathTest, rc,
+                  {data(Func::ossPathTest, 10, bytesOf(param)), error(Func::ossPathTest, 40, rc)}));
      }},
     {Func::ossGetFileInfo, true,
      [](Scene& s) {
