@@ -24,7 +24,7 @@
 
 struct OSSDirectoryListingParam {
   uint64_t version = OSS_VERSION_CURRENT;
-  const char* path = nullptr;  ///< a directory, or a pattern: * or ? in the last component
+  const char* path = nullptr;  ///< a directory, or a pattern: * or ? in its base name
   uint64_t typeMask = 0;       ///< a name is kept when its file's mode shares a bit with it:
                                ///< OSS_FILE_TYPE_REGULAR | OSS_FILE_TYPE_DIRECTORY
   uint64_t reserved = 0;       ///< traced and not used
@@ -52,9 +52,17 @@ class OSS_API OSSDirectoryListing {
   /// returns them. "." and ".." are directories like any other. A name whose file cannot be asked
   /// for its kind is left out, and nobody is told.
   ///
-  /// A path may end in one separator, \ or /, which is dropped. A pattern matches as the system's
-  /// own search does. A path that does not fit into 259 bytes, or a pattern that does not fit into
-  /// 260, is cut; of a directory that is cut nothing is found.
+  /// A path may end in one separator, \ or /, which is dropped. A path that does not fit into 259
+  /// bytes, or a pattern that does not fit into 260, is cut; of a directory that is cut nothing is
+  /// found.
+  ///
+  /// A pattern is what ossBaseName() finds a wild card in, and matches as the system's own search
+  /// does. The files are asked for in the directory that ossDirectoryName() gives of it, so
+  ///   "C:\dir\*.log"      is the one form that names a directory;
+  ///   "*.log"             looks in the current directory, as do "C:*.log" and "C:/dir/*", which
+  ///                       search elsewhere and keep the names that exist here, too;
+  ///   "\*.log"            is no pattern: its base name is "\". It is taken for a directory;
+  ///   "\\.\C:\*"          keeps nothing: a device path is its own directory.
   /// \retval 0                      the listing is active
   /// \retval ECF_INVALID_INVOCATION_SEQUENCE  it is active already (probe 40); nothing changes
   /// \retval ECF_INVALID_PARAMETER  the path is empty (50)
@@ -123,14 +131,16 @@ extern "C" {
 /// \param from  the directory, without a separator at its end unless it is a drive's root;
 ///              NUL-terminated, in the ANSI code page
 /// \param to    its copy, which must not exist; the directory around it must
-/// \retval 0                        copied
+/// \retval 0                        copied, except what has a source path of 261 bytes or more: the
+///                                  listing leaves it out
 /// \retval ECF_INVALID_PARAMETER    the two paths are the same byte for byte, `to` exists, or its
 ///                                  text leads into `from` (probe 10)
 /// \retval ECF_FILE_NOT_A_DIRECTORY `from` is none (70)
-/// \retval ECF_FILE_NAME_TOO_LONG   the path of something within does not fit into 260 bytes, as
-///                                  source or as copy (80)
+/// \retval ECF_FILE_NAME_TOO_LONG   the path of something within has exactly 260 bytes as source, or
+///                                  more than 259 as copy (80)
 /// \return otherwise the refusal of a step: the source's information (20), the new directory (30),
-///         the listing (40), a directory within (50), a file within (60), the listing's end (90)
+///         the listing (40; so if `from` has more than 258 bytes), a directory within (50), a file
+///         within (60), the listing's end (90)
 OSS_API OSSErr ossDirectoryCopy(const char* from, const char* to) noexcept;
 
 }  // extern "C"

@@ -147,8 +147,7 @@ OSS_API OSSErr ossGetLogicalDriveMap(uint32_t* map) noexcept;
 OSS_API OSSErr ossFileDelete(const char* path) noexcept;
 /// Renames a file or a directory.
 /// \retval 0                      it has the new name
-/// \retval ECF_FILE_DOESNT_EXIST  the system refuses, whatever its reason, which the record tells
-/// (30)
+/// \retval ECF_FILE_DOESNT_EXIST  the system refuses; its reason stands in the record alone (30)
 OSS_API OSSErr ossFileRename(const char* from, const char* to) noexcept;
 /// Does nothing on this platform, whatever its arguments. Not traced.
 /// \retval 0  always
@@ -179,7 +178,8 @@ OSS_API OSSErr ossDirectoryGetCurrent(char* buffer, uint64_t* size) noexcept;
 OSS_API OSSErr ossDirectorySetCurrent(const char* path) noexcept;
 
 /// Creates directories. Along a path neither a drive's root nor a share is created: with nothing
-/// behind them there is nothing to do, which is an error unless what exists is accepted.
+/// behind them there is nothing to do, which is an error unless what exists is accepted. A single
+/// `\` at the start is no such root but a step like others, "\" and then "\dir", that exists.
 /// \retval 0                       all that was asked for is there
 /// \retval ECF_FILE_EXISTS         the path is a root and the mode wants new directories (40)
 /// \retval ECF_FILE_NAME_TOO_LONG  the path is longer than 260 bytes and not to be created as one
@@ -189,10 +189,13 @@ OSS_API OSSErr ossDirectoryCreate(const OSSDirectoryCreateParam* param) noexcept
 /// Removes a directory, which must be empty, or all that is in it as well. A link to a directory
 /// is removed and never followed.
 /// \retval 0                         it is gone
-/// \retval ECF_FILE_NOT_A_DIRECTORY  recursively, something else
-/// \retval ECF_INVALID_PARAMETER     recursively, the path is "NUL"
-/// \retval ECF_FILE_NAME_TOO_LONG    recursively, what is in it has a path longer than 259 bytes
-/// \return otherwise the first refusal, mapped; what is not yet removed stays
+/// \retval ECF_FILE_NOT_A_DIRECTORY  recursively, something else (70)
+/// \retval ECF_INVALID_PARAMETER     recursively, the path is "NUL" (10)
+/// \retval ECF_FILE_NAME_TOO_LONG    recursively, what is in it has a path of exactly 260 bytes (80).
+///                                   A longer one is left out, and its directory is not empty (30)
+/// \return otherwise the first refusal, mapped; what is not yet removed stays. Of the directory
+///         itself (30); recursively also of its listing (50; so if its path has more than 258
+///         bytes) or the listing's end (60), of a directory (20) or a file (40) in it
 OSS_API OSSErr ossDirectoryDelete(const OSSDirectoryDeleteParam* param) noexcept;
 
 // ---- Text ----

@@ -148,6 +148,8 @@ TEST_F(OSSDirectoryCreateTest, OtherModesWalkAlongThePath) {
     EXPECT_THAT(prefixesOf(R"(\\server\share\a\b)", mode),
                 ElementsAre(R"(\\server\share\a\)", R"(\\server\share\a\b)"));
     EXPECT_THAT(prefixesOf("a/b", mode), ElementsAre("a/b"));
+    EXPECT_THAT(prefixesOf(R"(\dir)", mode), ElementsAre(R"(\)", R"(\dir)"));
+    EXPECT_THAT(prefixesOf(R"(\)", mode), ElementsAre(R"(\)"));
     EXPECT_THAT(prefixesOf(R"(C:a\b)", mode), ElementsAre(R"(C:a\)", R"(C:a\b)"));
     EXPECT_THAT(prefixesOf("\xE4\\\xFF", mode), ElementsAre("\xE4\\", "\xE4\\\xFF"));
   }

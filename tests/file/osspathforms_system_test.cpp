@@ -1,6 +1,7 @@
 // The operations on paths of every form: names that look odd, separators at the end, forward
 // slashes, roots, shares, devices, and texts of no length.
 #include <algorithm>
+#include <utility>
 
 #include "file/ossdirectoryfixture.h"
 
@@ -147,6 +148,112 @@ TEST_F(PathForms, RootsSharesAndDevicesAreHandedOnAsTheyAre) {
     EXPECT_EQ(ossFileCopy(text, "b"), ECF_FILE_EXISTS);
     EXPECT_THAT(given, ElementsAre(path, path, path, path, path, path, path, "b"));
     EXPECT_EQ(log_.newRecords().size(), 5u);
+  }
+}
+
+// What the system is given of one where a directory is expected.
+TEST_F(PathForms, RootsSharesAndDevicesAreListedAndCopiedInTheirOwnForm) {
+  const struct {
+    const char *path, *asDirectory, *pattern;
+  } kRows[] = {
+      {R"(C:\)", R"(C:\)", R"(C:\*)"},
+      {"C:", "C:", R"(C:\*)"},
+      {R"(\)", R"(\)", R"(\*)"},
+      {"/", "/", R"(\*)"},
+      {R"(\\server\share)", R"(\\server\share)", R"(\\server\share\*)"},
+      {R"(\\server\share\)", R"(\\server\share)", R"(\\server\share\*)"},
+      {R"(\\.\C:)", R"(\\.\C:)", R"(\\.\C:\*)"},
+      {R"(\\.\PhysicalDrive0)", R"(\\.\PhysicalDrive0)", R"(\\.\PhysicalDrive0\*)"},
+      {R"(\\?\Volume{1}\)", R"(\\?\Volume{1})", R"(\\?\Volume{1}\*)"},
+      {R"(\\?\C:\dir)", R"(\\?\C:\dir)", R"(\\?\C:\dir\*)"},
+  };
+  for (const auto& row : kRows) {
+    const std::string path = row.path;
+    SCOPED_TRACE(path);
+    const char* const text = row.path;
+    std::vector<std::string> given;
+    // Every call writes down what it is given, sets the error and answers.
+    const auto answer = [&](DWORD error, Word result) {
+      return [&given, error, result](Call& call) {
+        given.emplace_back(call.argument<const char*>(0));
+        ::SetLastError(error);
+        return result;
+      };
+    };
+    const ImportHook access("_access", answer(ERROR_FILE_NOT_FOUND, kFailed));
+    const ImportHook stat("_stat64", [&](Call& call) {
+      given.emplace_back(call.argument<const char*>(0));
+      auto* const status = call.argument<struct _stat64*>(1);
+      *status = {};
+      status->st_mode = OSS_FILE_TYPE_DIRECTORY;
+      return 0;
+    });
+    // The log asks as well, for its file.
+    const ImportHook attributes("GetFileAttributesA", [&](Call& call) {
+      if (call.argument<const char*>(0) != path) return call.passOn();
+      given.push_back(path);
+      return Word{FILE_ATTRIBUTE_DIRECTORY};
+    });
+    const ImportHook finds("FindFirstFileA", answer(ERROR_ACCESS_DENIED, kAllOnes));
+    const ImportHook creates("CreateDirectoryA", answer(0, TRUE));
+    const ImportHook copies("CopyFileA", [&](Call& call) {
+      given.emplace_back(call.argument<const char*>(1));
+      ::SetLastError(ERROR_ACCESS_DENIED);
+      return FALSE;
+    });
+    const ImportHook sets("SetCurrentDirectoryA", answer(ERROR_ACCESS_DENIED, FALSE));
+    const ImportHook shortens("GetShortPathNameA", answer(ERROR_ACCESS_DENIED, 0));
+    const auto taken = [&] { return std::exchange(given, {}); };
+
+    EXPECT_EQ(inform(path), ECF_OK);
+    EXPECT_THAT(taken(), ElementsAre(path));
+    EXPECT_EQ(ossDirectorySetCurrent(text), ECF_ACCESS_DENIED);
+    EXPECT_THAT(taken(), ElementsAre(path));
+    EXPECT_TRUE(ossComparePaths(text, text));
+    EXPECT_THAT(taken(), ElementsAre(path, path));
+    EXPECT_EQ(removeDirectory(path), ECF_ACCESS_DENIED);
+    EXPECT_THAT(taken(), ElementsAre(row.asDirectory, path, row.pattern));
+    EXPECT_EQ(ossDirectoryCopy(text, "b"), ECF_ACCESS_DENIED);
+    EXPECT_THAT(taken(), ElementsAre("b", row.asDirectory, path, "b", row.pattern));
+    EXPECT_EQ(ossDirectoryCopy("a", text), ECF_ACCESS_DENIED);
+    EXPECT_THAT(taken(), ElementsAre(path, "a", "a", path, "a\\*"));
+    EXPECT_EQ(ossFileCopy("a", text), ECF_ACCESS_DENIED);
+    EXPECT_THAT(taken(), ElementsAre(path, path));
+    EXPECT_EQ(log_.newRecords().size(), 9u);
+  }
+}
+
+// Our own operations on text keep what the system drops.
+TEST_F(PathForms, ABlankOrADotAtTheEndIsDroppedByTheSystem) {
+  for (const std::string& end :
+       {std::string(" "), std::string("."), std::string(". ."), std::string("...")}) {
+    SCOPED_TRACE(end);
+    const auto odd = [&](const char* name) { return dir_.file(name) + end; };
+    EXPECT_EQ(create(odd("directory"), OSS_DIRECTORY_CREATE_MISSING), ECF_OK);
+    EXPECT_TRUE(ossIsDirectory(odd("directory").c_str()));
+    writeFile(dir_.file("file"), "content");
+    const std::string file = odd("file");
+    EXPECT_TRUE(ossIsFile(file.c_str()));
+    EXPECT_TRUE(ossPathExists(file.c_str()));
+    EXPECT_EQ(inform(file), ECF_OK);
+    EXPECT_EQ(ossFileSetPermissions(file.c_str(), 0), ECF_OK);
+
+    char part[260];
+    EXPECT_EQ(ossBaseName(file.c_str(), part, sizeof part), ECF_OK);
+    EXPECT_EQ(part, "file" + end);
+
+    EXPECT_EQ(ossFileCopy(file.c_str(), odd("copy").c_str()), ECF_OK);
+    EXPECT_EQ(ossFileRename(file.c_str(), odd("renamed").c_str()), ECF_OK);
+    EXPECT_EQ(ossDirectoryCopy(dir_.file("directory").c_str(), odd("tree").c_str()), ECF_OK);
+    EXPECT_THAT(dir_.names(), ElementsAre("copy", "directory", "renamed", "tree"));
+    EXPECT_EQ(ossFileCopy(dir_.file("copy").c_str(), odd("copy").c_str()), ECF_FILE_EXISTS);
+    EXPECT_EQ(log_.newRecords().size(), 1u);
+
+    EXPECT_EQ(ossFileDelete(odd("copy").c_str()), ECF_OK);
+    EXPECT_EQ(ossFileDelete(odd("renamed").c_str()), ECF_OK);
+    EXPECT_EQ(removeDirectory(odd("directory"), 0), ECF_OK);
+    EXPECT_EQ(removeDirectory(odd("tree"), 0), ECF_OK);
+    EXPECT_THAT(dir_.names(), IsEmpty());
   }
 }
 
