@@ -58,11 +58,12 @@ class OSS_API OSSDirectoryListing {
   ///
   /// A pattern is what ossBaseName() finds a wild card in, and matches as the system's own search
   /// does. The files are asked for in the directory that ossDirectoryName() gives of it, so
-  ///   "C:\dir\*.log"      is the one form that names a directory;
+  ///   "C:\dir\*.log"      looks in "C:\dir";
   ///   "*.log"             looks in the current directory, as do "C:*.log" and "C:/dir/*", which
   ///                       search elsewhere and keep the names that exist here, too;
   ///   "\*.log"            is no pattern: its base name is "\". It is taken for a directory;
   ///   "\\.\C:\*"          keeps nothing: a device path is its own directory.
+  ///
   /// \retval 0                      the listing is active
   /// \retval ECF_INVALID_INVOCATION_SEQUENCE  it is active already (probe 40); nothing changes
   /// \retval ECF_INVALID_PARAMETER  the path is empty (50)
@@ -98,8 +99,8 @@ class OSS_API OSSDirectoryListing {
   /// Frees the names and the block; the listing may begin again.
   /// \retval 0  the listing is inactive
   /// \retval ECF_INVALID_INVOCATION_SEQUENCE  it is not active (probe 10); nothing is freed
-  /// \return otherwise the refusal of ossMemFree for a name (20), an entry (30; the listing lets go
-  ///         of it) or the block (40); the listing stays active with what is left, for another end()
+  /// \return otherwise the refusal of ossMemFree for a name (20), an entry (30; the listing has let
+  ///         go of it) or the block (40); the listing stays active, with what is left of it
   OSSErr end() noexcept;
 
  protected:
@@ -136,8 +137,8 @@ extern "C" {
 /// \retval ECF_INVALID_PARAMETER    the two paths are the same byte for byte, `to` exists, or its
 ///                                  text leads into `from` (probe 10)
 /// \retval ECF_FILE_NOT_A_DIRECTORY `from` is none (70)
-/// \retval ECF_FILE_NAME_TOO_LONG   the path of something within has exactly 260 bytes as source, or
-///                                  more than 259 as copy (80)
+/// \retval ECF_FILE_NAME_TOO_LONG   the path of something within has exactly 260 bytes as source,
+///                                  or more than 259 as copy (80)
 /// \return otherwise the refusal of a step: the source's information (20), the new directory (30),
 ///         the listing (40; so if `from` has more than 258 bytes), a directory within (50), a file
 ///         within (60), the listing's end (90)

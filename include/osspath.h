@@ -191,8 +191,8 @@ OSS_API OSSErr ossDirectoryCreate(const OSSDirectoryCreateParam* param) noexcept
 /// \retval 0                         it is gone
 /// \retval ECF_FILE_NOT_A_DIRECTORY  recursively, something else (70)
 /// \retval ECF_INVALID_PARAMETER     recursively, the path is "NUL" (10)
-/// \retval ECF_FILE_NAME_TOO_LONG    recursively, what is in it has a path of exactly 260 bytes (80).
-///                                   A longer one is left out, and its directory is not empty (30)
+/// \retval ECF_FILE_NAME_TOO_LONG    recursively, what is in it has a path of exactly 260 bytes
+///                                   (80); a longer one stays, and its directory is not empty (30)
 /// \return otherwise the first refusal, mapped; what is not yet removed stays. Of the directory
 ///         itself (30); recursively also of its listing (50; so if its path has more than 258
 ///         bytes) or the listing's end (60), of a directory (20) or a file (40) in it
