@@ -15,8 +15,6 @@ function(osse_test_program program)
   add_executable(${program} ${ARGN})
   target_include_directories(${program} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
   target_link_libraries(${program} PRIVATE osse_warnings GTest::gmock_main)
-  # What is tested is optimised; optimising the tests doubles the time that they take to build.
-  target_compile_options(${program} PRIVATE -O0)
   set_target_properties(${program} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 
   set(include ${CMAKE_CURRENT_BINARY_DIR}/${program}_suites.cmake)

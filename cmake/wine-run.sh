@@ -8,6 +8,10 @@
 # the caller's: they would keep its standard error open, and CTest would wait for it in vain.
 # Several callers may come at once: one makes Wine ready, the others wait for it.
 #
+# Addresses are not randomised, where the system lets a process choose that: the kernel would place
+# the heap of Wine's loader anywhere in a gigabyte, in one start of some ten thousand on 0x7FFE0000,
+# where Wine needs the data that processes share, and that program would end at once.
+#
 # OSSE_WINEPREFIX names another prefix, OSSE_DLLOVERRIDES adds to Wine's module overrides.
 set -eu
 
@@ -18,6 +22,9 @@ WINEDLLOVERRIDES="mscoree,mshtml,winedbg.exe,winemenubuilder.exe=${OSSE_DLLOVERR
 export WINEPREFIX WINEDEBUG WINEDLLOVERRIDES
 unset DISPLAY WAYLAND_DISPLAY
 
+fixedAddresses=
+if setarch -R true 2> /dev/null; then fixedAddresses='setarch -R'; fi
+
 created="$WINEPREFIX.created"
 warm="$WINEPREFIX.warm"
 
@@ -27,8 +34,8 @@ isWarm() { [ -e "$warm" ] && wineserver -k0 2> /dev/null; }
 # the prefix counts as created: only then are the registry's files written.
 create() {
   rm -rf "$WINEPREFIX" &&
-    wine wineboot &&
-    wine winecfg -v win7 &&
+    $fixedAddresses wine wineboot &&
+    $fixedAddresses wine winecfg -v win7 &&
     { wineserver -k || :; } &&
     wineserver -w &&
     : > "$created"
@@ -38,7 +45,7 @@ makeWarm() {
   rm -f "$warm"
   { [ -e "$created" ] || create; } &&
     wineserver -p300 &&
-    wine wineboot &&
+    $fixedAddresses wine wineboot &&
     : > "$warm"
 }
 
@@ -53,4 +60,4 @@ if ! isWarm; then
   fi
 fi
 
-[ $# -eq 0 ] || exec wine "$@"
+[ $# -eq 0 ] || exec $fixedAddresses wine "$@"

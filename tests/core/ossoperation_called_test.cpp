@@ -211,7 +211,6 @@ TEST_F(CalledOperationTest, TheOuterHalfIsTracedWithTheInnerHalfsCode) {
 }
 
 // ---- Slips of an operation's author ----
-#ifndef NDEBUG
 
 TEST_F(CalledOperationTest, ItemsWhoseNumbersDoNotRiseAreCaught) {
   const uint32_t value = 0;
@@ -220,8 +219,6 @@ TEST_F(CalledOperationTest, ItemsWhoseNumbersDoNotRiseAreCaught) {
                                 {{2, hex(value)}, {1, hex(value)}}),
                "numbersRise");
 }
-
-#endif
 
 }  // namespace
 }  // namespace oss

@@ -458,7 +458,6 @@ TEST_F(OperationTest, WithTracingOffADataPointDoesNotLookAtItsValues) {
 }
 
 // ---- Slips of an operation's author ----
-#ifndef NDEBUG
 
 OSSErr returnWithoutTheFrame() noexcept {
   const Operation op(Func::OSSHFile_close);
@@ -482,8 +481,6 @@ TEST_F(OperationTest, ItemsWhoseNumbersDoNotRiseAreCaught) {
 TEST_F(OperationTest, ADataPointOfMoreThanThreeItemsIsCaught) {
   EXPECT_DEATH(traceData(1, 2, 3, 4), "one to three items");
 }
-
-#endif
 
 }  // namespace
 }  // namespace oss
