@@ -122,6 +122,16 @@ OSSErr OSSHFile::read(const OSSFileReadParam* param, void* buffer, uint64_t* byt
   return op.exit(ECF_FILE_EOF);  // an expected end: traced, not logged
 }
 
+// What the record of a failed write shows of its bytes. None if they cannot be read, which may be
+// why it has failed.
+static LogItem shownOf(const void* buffer, uint64_t size) noexcept {
+  constexpr uint64_t kMostBytesShown = 512;
+  const DWORD error = ::GetLastError();
+  const bool isReadable = !::IsBadReadPtr(buffer, std::min(size, kMostBytesShown));
+  ::SetLastError(error);
+  return isReadable ? string(static_cast<const char*>(buffer), size) : string(nullptr, 0);
+}
+
 OSSErr OSSHFile::write(const OSSFileWriteParam* param, uint64_t* bytesWritten) noexcept {
   Operation op(Func::OSSHFile_write);
   if (const OSSErr rc = op.check(param)) return rc;
@@ -135,10 +145,9 @@ OSSErr OSSHFile::write(const OSSFileWriteParam* param, uint64_t* bytesWritten) n
   const bool accepted = moveInPieces(param->size, &written, writePiece);
   if (bytesWritten != nullptr) *bytesWritten = written;
   if (!accepted)
-    return op.failSystem(40, SysCall::WriteFile,
-                         {{1, hex(fileHandle_)},
-                          {2, string(static_cast<const char*>(param->buffer), param->size)},
-                          {3, uint(param->size)}});
+    return op.failSystem(
+        40, SysCall::WriteFile,
+        {{1, hex(fileHandle_)}, {2, shownOf(param->buffer, param->size)}, {3, uint(param->size)}});
   if (written != param->size)
     return op.fail(60, ECF_FILE_INCOMPLETE_WRITE, OSS_LOG_INFO, {uint(param->size), uint(written)});
   return op.exit();

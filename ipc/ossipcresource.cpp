@@ -12,9 +12,10 @@ namespace {
 
 static_assert(kIPCNameBytes == std::extent_v<decltype(OSSIPCResID::name)>);
 
-// Deliberate: an identifier that is older than the flag does not know of it.
+// Deliberate: an identifier that is older than the flag does not know of it. Nor does the record of
+// its caller, which ends in front of the flag.
 NameScope scopeOf(const OSSIPCGetResIDParam& in, const OSSIPCResID& out) noexcept {
-  const bool local = in.local && out.version >= OSS_VERSION_LOCAL_NAMES;
+  const bool local = out.version >= OSS_VERSION_LOCAL_NAMES && in.local;
   return !local && g_bRunningTerminalServiceRemoteAdminMode ? NameScope::Global
                                                             : NameScope::Session;
 }

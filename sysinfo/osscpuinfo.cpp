@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 #include "core/ossmodule.h"
 #include "core/ossoperation.h"
 #include "ossmachine.h"
@@ -12,8 +14,10 @@
 namespace oss {
 namespace {
 
-// Neither flag nor result is locked: the host runs ossSysInfoOneTimeOnly before its threads start.
-bool g_topologyPending = true;
+// The result is not locked: the host runs ossSysInfoOneTimeOnly before its threads start. Of two
+// who come at once, only one may look: the other would take the restricted affinity for the
+// process's own and restore that.
+constinit std::atomic<bool> g_topologyPending = true;
 Topology g_topology;
 
 // The affinity of the process, as the topology asks for it.
@@ -102,8 +106,7 @@ Topology probeTopology(Cpuid cpuid) noexcept {
 using namespace oss;
 
 void ossSysInfoOneTimeOnly() noexcept {
-  if (!g_topologyPending) return;
-  g_topologyPending = false;
+  if (!g_topologyPending.exchange(false)) return;
   g_topology = probeTopology(&cpuid);
 }
 

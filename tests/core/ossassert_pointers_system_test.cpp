@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "harness/importhook.h"
+#include "harness/twopages.h"
 #include "ossassert.h"
 
 using namespace osse_test;
@@ -16,30 +17,8 @@ using namespace testing;
 
 namespace {
 
-constexpr uint64_t kPage = 4096;
+constexpr uint64_t kPage = TwoPages::kBytes;
 constexpr uint64_t kMost64 = ~uint64_t{0};
-
-// Two pages side by side, the second with its own protection.
-class TwoPages {
- public:
-  explicit TwoPages(DWORD protectionOfSecond)
-      : address_(static_cast<char*>(
-            ::VirtualAlloc(nullptr, 2 * kPage, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE))) {
-    EXPECT_NE(address_, nullptr);
-    std::memset(address_, 'x', 2 * kPage);
-    DWORD before;
-    EXPECT_TRUE(::VirtualProtect(second(), kPage, protectionOfSecond, &before));
-  }
-  ~TwoPages() { ::VirtualFree(address_, 0, MEM_RELEASE); }
-  TwoPages(const TwoPages&) = delete;
-  TwoPages& operator=(const TwoPages&) = delete;
-
-  char* first() const { return address_; }
-  char* second() const { return address_ + kPage; }
-
- private:
-  char* address_;
-};
 
 void* at(uint64_t address) { return std::bit_cast<void*>(address); }
 const char* textAt(uint64_t address) { return std::bit_cast<const char*>(address); }

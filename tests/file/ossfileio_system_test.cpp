@@ -1,5 +1,6 @@
 // The file handle: read and write.
 #include "file/ossfilefixture.h"
+#include "harness/twopages.h"
 
 using namespace osse_test;
 using namespace testing;
@@ -406,6 +407,22 @@ TEST_F(OSSHFileWriteTest, ANullBufferIsRefusedByTheSystemAndShownAsNull) {
                              ERROR_INVALID_USER_BUFFER, ECF_UNKNOWN,
                              {{1, Hex(handle())}, {2, Null()}, {3, Uint(size)}}));
   EXPECT_EQ(count, 0u);
+}
+
+// The record does not read what the system could not.
+TEST_F(OSSHFileWriteTest, ABufferThatCannotBeReadIsRefusedByTheSystemAndShownAsNull) {
+  openFile();
+  const TwoPages pages(PAGE_NOACCESS);
+  const uint64_t size = 20;
+  for (const char* const buffer : {pages.second() - 6, pages.second()}) {
+    uint64_t count = ~uint64_t{0};
+    const OSSFileWriteParam param = writeParam(buffer, size);
+    expectRefusal(
+        [&] { return file_.write(&param, &count); }, ECF_UNKNOWN,
+        SystemRecord(OSS_LOG_ERROR, Func::OSSHFile_write, 40, SysCall::WriteFile, ERROR_NOACCESS,
+                     ECF_UNKNOWN, {{1, Hex(handle())}, {2, Null()}, {3, Uint(size)}}));
+    EXPECT_EQ(count, 0u);
+  }
 }
 
 TEST_F(OSSHFileWriteTest, AClosedHandleIsRefusedByTheSystem) {

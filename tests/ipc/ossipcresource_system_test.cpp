@@ -1,6 +1,7 @@
 // Identifiers of shared objects. What a name is made of is tested in ossipcname_test.cpp.
 #include <limits>
 
+#include "harness/twopages.h"
 #include "ipc/ossipcfixture.h"
 
 using namespace osse_test;
@@ -114,6 +115,17 @@ TEST_F(IPCResourceTest, LocalCountsFromTheVersionOfTheIdentifierThatKnowsIt) {
     EXPECT_EQ(nameWith(version, true), "Global\\OSSEIPC7Cdata") << version;
   for (const uint64_t version : {kWithLocal, kCurrent, ~uint64_t{0}})
     EXPECT_EQ(nameWith(version, true), "OSSEIPC7Cdata") << version;
+}
+
+// A caller from before the flag has records that end in front of it.
+TEST_F(IPCResourceTest, AnOldRecordIsNotReadBeyondItsEnd) {
+  constexpr size_t kOldBytes = offsetof(OSSIPCGetResIDParam, local);
+  const TwoPages pages(PAGE_NOACCESS);
+  void* const old = pages.second() - kOldBytes;
+  std::memcpy(old, &in_, kOldBytes);
+  out_.version = kBeforeLocal;
+  EXPECT_EQ(ossIPCGetResID(static_cast<OSSIPCGetResIDParam*>(old), &out_), ECF_OK);
+  EXPECT_STREQ(out_.name, "OSSEIPC7Cdata");
 }
 
 // Deliberate: that of the identifier is.
