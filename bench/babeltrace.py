@@ -78,10 +78,17 @@ def best_time(command, lines):
     return min(times)
 
 
-def main():
-    count = int(sys.argv[1]) if len(sys.argv) > 1 else 1 << 20
-    if count < 8192 or count & (count - 1):
+def asked_count(arguments):
+    """RECORDS, or its default; ends the program when it is no such number."""
+    text = arguments[0] if arguments else str(1 << 20)
+    count = int(text) if text.isdecimal() else 0
+    if len(arguments) > 1 or count < 8192 or count & (count - 1):
         sys.exit(__doc__)
+    return count
+
+
+def main():
+    count = asked_count(sys.argv[1:])
     os.makedirs(OUT, exist_ok=True)
     payloads = list(records(count))
     write_dump(f"{OUT}/dump", payloads)

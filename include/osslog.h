@@ -3,7 +3,7 @@
 // A record names the reporting function, the probe (the place inside it), the message code with its
 // description, the called function with its return code or system error, and typed data items. It
 // goes to a file that several processes may share, to the Windows event log, or to the standard
-// error stream.
+// error stream. How a record is read: docs/diagnostic-log.md.
 //
 // Every operation of the library reports its failures to the default facility, which is closed
 // until the host opens it with ossLogFacOpen(&param, nullptr): until then those records are refused

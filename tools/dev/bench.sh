@@ -57,7 +57,8 @@ usage: ./dev bench [--filter RE]
 Builds the benchmarks and runs them on one core, each a hundred times; prints medians and, claim by
 claim, how they relate. The results go to build/bench/results as JSON.
 
-  --filter RE  run only the benchmarks whose name the regular expression finds
+  --filter RE  run only the benchmarks whose name the regular expression finds. A claim needs what
+               is measured and what it is held against: --filter 'mapError|mappingLoad'
 TEXT
 }
 
