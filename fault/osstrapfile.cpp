@@ -36,6 +36,19 @@ bool examine(const CONTEXT* at, const ProcessMemory& memory, InstructionArea* ar
 
 using namespace oss;
 
+// The base has a member of its own: both compilers know the offsets nevertheless.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+struct OSSTrapFile::Layout {
+  OSS_FIELD(OSSTrapFile, header_, 8, 392);
+  OSS_FIELD(OSSTrapFile, headerOffset_, 400, 4);
+  OSS_FIELD(OSSTrapFile, reserved_, 404, 4);
+  OSS_FIELD(OSSTrapFile, initialized_, 408, 1);
+  OSS_FIELD(OSSTrapFile, searchPath_, 409, 261);
+  OSS_FIELD(OSSTrapFile, process_, 672, 8);
+};
+#pragma GCC diagnostic pop
+
 OSSTrapFile::OSSTrapFile() noexcept : process_(::GetCurrentProcess()) {
   header_.processId = ::GetCurrentProcessId();
   header_.threadId = ::GetCurrentThreadId();

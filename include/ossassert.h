@@ -25,6 +25,8 @@ extern "C" {
 
 /// Installs the process's callback; null removes it. While one is installed it is handed every
 /// assertion, also a fatal one, and nothing else is done. Call it before other threads may assert.
+/// A callback must neither allocate, free nor list blocks (ossmemory.h): while the list of live
+/// blocks is written it is called with that list locked, and would wait for ever.
 OSS_API void ossSetAssertionCallback(OSSAssertionCallback callback) noexcept;
 
 /// Reports a failed assertion: a text of at most 255 characters, and a hex dump of each item, as

@@ -115,8 +115,7 @@ class OSS_API OSSDecfloat {
   OSSErr fromDecPacked(const uint8_t* in, uint32_t size) noexcept;
 
   /// Converts by text: this object's toString, the other object's fromString with the rounding of
-  /// whichever receives it.
-  /// fromDecfloat34 sets this object's rounding first, which stays.
+  /// whichever receives it. fromDecfloat34 sets this object's rounding first, which stays.
   /// \retval ECF_DECFLOAT_INVALID_ROUNDING_MODE  that is refused; nothing is converted
   /// \return otherwise the first code that is not 0
   OSSErr toDecfloat34(OSSDecfloat34& target) const noexcept;

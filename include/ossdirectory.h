@@ -128,7 +128,8 @@ extern "C" {
 
 /// Copies a directory with everything in it, depth first, in the order of a listing, each file as
 /// ossFileCopy() does. The first failure stops it and leaves what is copied already; every
-/// directory on the way to it logs it again, with its own two paths. Any thread may copy.
+/// directory on the way up logs it again, with the two paths of what failed in it. Any thread may
+/// copy.
 /// \param from  the directory, without a separator at its end unless it is a drive's root;
 ///              NUL-terminated, in the ANSI code page
 /// \param to    its copy, which must not exist; the directory around it must

@@ -31,7 +31,7 @@ struct OSSMountInfo {
   uint64_t freeSize = 0;                   ///< mebibytes, rounded up
   char fileSystem[100] = {};
   char volume[1024] = {};  ///< the name that somebody gave it, or nothing
-  uint32_t status = 0;     ///< 0 once the entry is complete
+  uint32_t status = 0;     ///< set to 0 with a complete entry, else untouched
 };
 OSS_LAYOUT(OSSMountInfo, 2176);
 OSS_FIELD(OSSMountInfo, version, 0, 8);
@@ -62,11 +62,12 @@ class OSS_API OSSMountListing {
 
   /// Tells the next drive. One without a medium is passed over.
   /// \retval 0                                info is complete
-  /// \retval ECF_FILE_EOF                     there is none left (30); traced, not logged
+  /// \retval ECF_FILE_EOF                     there is none left (30); traced, not logged. Of info
+  ///                                          only the mount point counts, and is empty
   /// \retval ECF_INVALID_INVOCATION_SEQUENCE  the listing is not active, or the reserved word is
   ///                                          not 0 (20)
-  /// \return otherwise the system's refusal, mapped: of the volume (40) or of its space (50). The
-  ///         next call goes on with the next drive
+  /// \return otherwise the system's refusal, mapped: of the volume (40) or of its space (50). Of
+  ///         info only the mount point counts, that drive's; the next call goes on behind it
   OSSErr getNext(const OSSMountListingGetParam* param, OSSMountInfo& info) noexcept;
 
   /// Ends the listing.

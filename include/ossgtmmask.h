@@ -125,11 +125,13 @@ class OSS_API GTM_TRC_MASK {
 
   /// Flattens the mask, as far as the catalog goes: products and components that are in the mask,
   /// their functions, and the types 1 to 14 of all of them. A function with points, excluded ones
-  /// too, adds the types 3 to 11 and 13. \param out  not null; overwritten
+  /// too, adds the types 3 to 11 and 13.
+  /// \param out  not null; overwritten
   void gtmReplicateMask(GTMask* out) const noexcept;
 
   /// Fetches the next point from g_iGtmScanCursor on, in the order of the nodes. All arguments are
-  /// outputs and not null; untouched at the end. \return false when there is none left
+  /// outputs and not null; untouched at the end.
+  /// \return false when there is none left
   bool gtmScanPointsHash(uint32_t* key, uint64_t* flags, uint16_t* probe) const noexcept;
 
  private:

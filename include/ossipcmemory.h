@@ -46,7 +46,7 @@ class OSS_API OSSHIPCMemory {
   OSSErr create(const OSSIPCMemoryCreateParam* param) noexcept;
 
   /// Detaches. The section is gone with its last handle, so there is nothing more to destroy.
-  /// \retval 0  always; what detach() could not do, it has logged
+  /// \retval 0  always; a refused unmapping is logged, a refused close is only traced
   OSSErr destroy() noexcept;
 
   /// Maps all of a section that exists, for reading and writing. What the handle held before is
@@ -60,10 +60,11 @@ class OSS_API OSSHIPCMemory {
   OSSErr attach(const OSSIPCResID* resID, const void* address) noexcept;
 
   /// Unmaps the view and closes the section's handle. Both are tried, whatever becomes of the
-  /// other. \retval 0  the handle is not attached \return otherwise the system's refusal to close
-  /// the handle, mapped and traced, but not logged
+  /// other, and the system handle is forgotten in every case.
+  /// \retval 0  the handle is not attached
+  /// \return otherwise the system's refusal to close the handle, mapped and traced, but not logged
   ///         (40); if it did close, that to unmap the view, mapped and logged (30), which leaves
-  ///         the view's address in the handle. The system handle is forgotten in every case.
+  ///         the view's address in the handle
   OSSErr detach() noexcept;
 
   /// The same as detach(), under a name of its own.
@@ -73,7 +74,8 @@ class OSS_API OSSHIPCMemory {
   /// \retval 0  always, but for a null or old record
   OSSErr authorize(const OSSIPCSecurityParam* param) noexcept;
 
-  /// Tells where the view is. \param address  receives it; null when the handle is not attached
+  /// Tells where the view is.
+  /// \param address  receives it; null when the handle is not attached
   /// \retval 0  *address is set
   OSSErr getAddress(void** address) noexcept;
 

@@ -105,8 +105,9 @@ class OSS_API OSSHIPCMemoryEx {
   OSSErr attach(const OSSIPCMemoryExAttachParam* param, OSSIPCMemoryExInfo* info) noexcept;
 
   /// Unmaps the view and closes the section's handle. Both are tried, whatever becomes of the
-  /// other; the handle is as constructed once it is closed. \retval 0  both are done \return
-  /// otherwise the first refusal of the system, mapped: to unmap (30) or to close (40)
+  /// other; the handle is as constructed once it is closed.
+  /// \retval 0  both are done
+  /// \return otherwise the first refusal of the system, mapped: to unmap (30) or to close (40)
   OSSErr detach() noexcept;
 
   /// Whether the handle has a view. Not traced.
@@ -158,6 +159,8 @@ class OSS_API OSSHIPCPrivateMemory : public OSSHIPCMemory {
   OSSErr remoteInitialization() noexcept;
 
  private:
+  struct Layout;
+
   OSSIPCResID resID_;
 };
 OSS_LAYOUT(OSSHIPCPrivateMemory, 288);

@@ -49,8 +49,9 @@ class OSS_API OSSHIPCQueue {
   /// Constructs a handle that is not attached.
   OSSHIPCQueue() noexcept;
 
-  /// Creates the section and both semaphores and makes an empty queue of them. Processes may attach
-  /// once it has returned; an end that attaches earlier finds a queue without room and sleeps.
+  /// Creates the section and both semaphores and makes an empty queue of them. Nobody may use the
+  /// queue before it has returned: an end that sleeps earlier may take the count that create waits
+  /// for, and then both wait for ever; or create clears its mark, and nobody wakes it.
   /// \retval 0  the handle is attached
   /// \return otherwise the code of the operation that failed, which logs its share: making the
   ///         section (50, with its record) or the semaphores (60, 70; ECF_MEM_EXISTS or
@@ -61,17 +62,18 @@ class OSS_API OSSHIPCQueue {
 
   /// Detaches; the queue is gone with its last handle. The handle must not be used any more, but
   /// to attach or to create: it keeps the header's address, where nothing lies.
-  /// \retval 0  detached
-  /// \return otherwise the first failure: of the section (40), of the data semaphore (50), of the
-  ///         space semaphore (60); what comes behind it stays attached
+  /// \retval 0  detached, even if the section could not be released
+  /// \return otherwise the first failure: of the data semaphore (50), which leaves the space
+  ///         semaphore attached, or of the space semaphore (60)
   OSSErr destroy() noexcept;
 
   /// Opens a queue that exists. What the handle held before is forgotten and lost.
   /// \param resID  its version is not examined
   /// \retval 0                      the handle is attached
-  /// \retval ECF_QUE_DOESNT_EXIST   the section (40) or a semaphore (50, 60) does not exist; Info
+  /// \retval ECF_QUE_DOESNT_EXIST   the section cannot be opened, for whatever reason (40), or a
+  ///                                semaphore does not exist (50, 60); Info
   /// \retval ECF_INVALID_PARAMETER  `resID` is null (1111)
-  /// \return otherwise the code of the operation that failed: of the section (40), the data
+  /// \return otherwise the code of the operation that failed: of the section's view (40), the data
   ///         semaphore (50), the space semaphore (60) or the address (70). What this call has
   ///         attached is detached again.
   OSSErr attach(const OSSIPCQueResID* resID) noexcept;
@@ -79,7 +81,8 @@ class OSS_API OSSHIPCQueue {
   /// Gives the queue back; it lives on while other handles to it are open.
   /// \retval 0  the handle is not attached
   /// \return otherwise the first failure: of the section (30), of the data semaphore (40), of the
-  ///         space semaphore (50); what comes behind it stays attached
+  ///         space semaphore (50). What comes behind it stays attached: another detach is refused
+  ///         at the section (30)
   OSSErr detach() noexcept;
 
   /// Forgets all that is unread and wakes who sleeps. It does not wait for puts and gets under way:
@@ -135,7 +138,7 @@ OSS_LAYOUT(OSSHIPCQueue, 40);
 extern "C" {
 
 /// Tells the greatest size of a message that the kernel's own queues allow, in bytes. This platform
-/// has none. Not traced; the answer is asked for until it is one.
+/// has none. Not traced, but ossGetKernelIPCInfo is, which each call asks until it has an answer.
 /// \return the size, or 0 when there is no limit to tell
 OSS_API int64_t ossGetMaxQueueMessageSize() noexcept;
 

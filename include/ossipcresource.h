@@ -14,9 +14,11 @@
 //   - Nothing separates the number from the path: number 1 with "1a" is number 11 with "a". Paths
 //     that begin with a drive letter or a backslash and a letter never collide so.
 //   - All kinds of objects share one name space. A name that an object of another kind has is
-//     refused with ECF_INVALID_PARAMETER, not as one that exists. A message queue takes three
-//     numbers, its own and the two behind it: on one path, the project numbers of queues must
-//     differ by at least 3, and no other object may have one of the three.
+//     refused with ECF_INVALID_PARAMETER, not as one that exists; OSSHIPCMemory::attach gives
+//     ECF_MEM_DOESNT_EXIST for it, and OSSHIPCQueue::attach ECF_QUE_DOESNT_EXIST where it is the
+//     section's. A message queue takes three numbers, its own and the two behind it: on one path,
+//     the project numbers of queues must differ by at least 3, and no other object may have one of
+//     the three.
 //   - Bytes are kept as they are: no case is folded, and '/' stays.
 //
 // An object lives until the last handle to it, in any process, is closed; a process that ends, in
@@ -108,9 +110,10 @@ OSS_API OSSErr ossIPCGetQueResID(const OSSIPCGetResIDParam* in, OSSIPCQueResID* 
 /// \retval ECF_NOT_SUPPORTED  always
 OSS_API OSSErr ossIPCGenerateSeed(...) noexcept;
 
-/// Chooses the security attributes of every named object that the process creates from now on.
-/// Meant to be called once, early: it is stored without a lock. Without attributes, or with null,
-/// every user may open the objects with full access, and child processes inherit the handles.
+/// Chooses the security attributes of what the process creates from now on: sections, semaphores,
+/// queues, named waitposts, the programs that it starts, the mutexes of osssymbol.h. Meant to be
+/// called once, early: it is stored without a lock. Without attributes, or with null, every user
+/// may open the objects with full access, and the handles are inheritable (OSS_PROCESS_INHERIT).
 /// \param attributes  copied at each create; the record, and the descriptor that it points to, are
 ///                    the caller's and must stay alive; null restores the default
 OSS_API void ossSetSecurityAttributesForOSS(struct _SECURITY_ATTRIBUTES* attributes) noexcept;

@@ -122,9 +122,12 @@ class OSS_API OSSHIPCWaitpost {
   OSSErr create(const OSSIPCWaitpostCreateParam* param) noexcept;
 
   /// Joins a waitpost that another party created.
-  /// \retval 0                                joined
-  /// \retval ECF_WAITPOST_NOT_INITIALIZED     the block is null or not valid (30)
+  /// \retval 0                             joined
+  /// \retval ECF_WAITPOST_NOT_INITIALIZED  the block is null or not valid (30)
   /// \return otherwise the system's refusal of the event, mapped and logged with the name (40)
+  /// Refused at 30, the handle keeps the block, and at 40 also the post area. It must then only be
+  /// opened or created again: on a valid block its destroy would end the waitpost for every party,
+  /// and its post would write the area.
   OSSErr open(const OSSIPCWaitpostOpenParam* param) noexcept;
 
   /// Ends the waitpost: the block is invalid for every party from now on. Waiters are not woken.
@@ -150,8 +153,8 @@ class OSS_API OSSHIPCWaitpost {
   /// \retval ECF_TIMEOUT                   nobody has within a time-out that is not 0 (110)
   /// \retval ECF_WAITPOST_NOT_INITIALIZED  the block is null or not valid (20)
   /// \retval ECF_SEM_WAIT_ABANDONED        the system calls the wait abandoned (100)
-  /// \return otherwise what the system's wait returned, as it is (120). The records of 100 to 120
-  ///         show handle and time-out, and system error 0; *message is untouched.
+  /// \return otherwise what the system's wait returned, as it is (120). The records of 100 to 120,
+  ///         level Info, show handle and time-out, and system error 0; *message is untouched.
   OSSErr wait(const OSSIPCWaitpostWaitParam* param, void* message) noexcept;
 
   /// Lets waiters go.

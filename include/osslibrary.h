@@ -77,7 +77,8 @@ class OSS_API OSSHLibrary {
   OSSErr unload() noexcept;
 
   /// Looks a function up.
-  /// \param info  info->functionAddress receives the address, null when there is none
+  /// \param info  info->functionAddress receives the address, null when there is none; untouched
+  ///              when no library is loaded
   /// \retval 0                       found
   /// \retval ECF_LIB_NOT_LOADED      the handle has no library (20)
   /// \retval ECF_LIB_FUNC_NOT_FOUND  the library exports no such name. The record shows the

@@ -121,14 +121,16 @@ extern "C" {
 OSS_API OSSErr ossGetCPUInfo(OSSCPUInfo* info) noexcept;
 
 /// Finds out how the processors are made up, once in a process; every later call returns at once.
-/// Not traced. It restricts the process to one processor after the other, with all its threads, and
+/// Not traced. On an Intel processor of family 15, or of an extended family, with several threads a
+/// package it restricts the process to one processor after the other, with all its threads, and
 /// then restores its affinity; and no lock is taken. So a host calls it while it starts, before its
 /// threads do: otherwise the first ossGetCPUInfo() does, and one that runs at the same time may
 /// tell a topology of 1 and 1.
 ///
 /// The topology is what the processor's identification says. threadsPerCore is 1 unless that shows
-/// an Intel processor of family 15, or of an extended family, that runs several threads on a core;
-/// it is 0 where such a one has several cores and its packages one thread.
+/// an Intel processor of family 15, or of an extended family, that can run several threads on a
+/// core; it is 0 where such a one has several cores and its packages one thread, or where the
+/// process may run on fewer processors of the first package than that has cores.
 OSS_API void ossSysInfoOneTimeOnly() noexcept;
 
 /// Tells the operating system, its version and the machine's name.

@@ -16,7 +16,8 @@
 // An area is memory of the caller's, such as a shared section, that is carved up through a list of
 // free chunks. It holds offsets only, so that each process may see it at another address.
 //
-// Any thread may call any of these functions at any time.
+// Any thread may call any of these functions at any time. An assertion callback may not: it is also
+// called while the list of live blocks is written, which is locked then, and would wait for ever.
 #pragma once
 
 #include "osstypes.h"

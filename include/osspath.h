@@ -180,7 +180,8 @@ OSS_API OSSErr ossDirectorySetCurrent(const char* path) noexcept;
 /// Creates directories. Along a path neither a drive's root nor a share is created: with nothing
 /// behind them there is nothing to do, which is an error unless what exists is accepted. A single
 /// `\` at the start is no such root but a step like others, "\" and then "\dir", that exists.
-/// \retval 0                       all that was asked for is there
+/// \retval 0                       done. OSS_DIRECTORY_CREATE_MISSING takes every name that exists
+///                                 for a directory: where a file has the last one it is 0, too
 /// \retval ECF_FILE_EXISTS         the path is a root and the mode wants new directories (40)
 /// \retval ECF_FILE_NAME_TOO_LONG  the path is longer than 260 bytes and not to be created as one
 ///                                 (40); nothing is created
@@ -209,7 +210,8 @@ OSS_API OSSErr ossDirectoryDelete(const OSSDirectoryDeleteParam* param) noexcept
 /// \retval ECF_BUFFER_TOO_SMALL   the text is empty (30); the record shows needed and given sizes
 OSS_API OSSErr ossDirectoryName(const char* path, char* out, uint64_t outSize) noexcept;
 /// Writes the last component of a path without backslashes: "dir" of "C:\dir\". Of a path with
-/// none but the first byte, "\" and "\file", it is "\".
+/// none but the first byte, "\" and "\file", it is "\". Of two at the end only the last is passed
+/// over: "C:\dir\\" has the empty name in the directory "C:\dir".
 /// \param outSize  bytes at `out`: room for the component, a backslash that follows it, and a NUL
 /// \retval 0                      done
 /// \retval ECF_INVALID_PARAMETER  the path is null or empty (10)

@@ -6,7 +6,9 @@
 //
 // OSSHProcess::create is traced, and so are its two inner halves. It first refuses a null record
 // (ECF_INVALID_PARAMETER, probe 1111) and one older than 20040702 (ECF_INVALID_VERSION, probe
-// 1112), logged at level Error. One thread uses an OSSHProcess at a time.
+// 1112), logged at level Error. Every other refusal is logged, too: what the operation finds itself
+// at level Info, what the system refuses as its mapping says (ossErrorMapSystem). One thread uses
+// an OSSHProcess at a time.
 #pragma once
 
 #include "osslibrary.h"  // dynamic libraries
@@ -85,7 +87,8 @@ class OSS_API OSSHProcess {
   ///         command line (10, 20), the security attributes (30), the system's refusal of the
   ///         program (40), logged under the half that starts it; the wait (50), a wait that ends
   ///         otherwise, as ECF_FAILED (60), the exit code (70), logged under the half that waits.
-  ///         From 50 on the child was started and runs on; *processID is not set.
+  ///         From 50 on the child was started, and at 70 it has ended; *status is all 0, and
+  ///         *processID is not set.
   OSSErr create(OSSProcessParam* param, unsigned long* processID,
                 OSSProcessStatus* status) noexcept;
 

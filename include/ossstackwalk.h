@@ -12,8 +12,8 @@ struct _CONTEXT;
 struct _tagSTACKFRAME64;
 // NOLINTEND(bugprone-reserved-identifier,cert-*)
 
-/// Is handed one module: its name, the address of its image and the bytes of that. \return not 0 to
-/// go on
+/// Is handed one module: its name, the address of its image and the bytes of that.
+/// \return not 0 to go on
 using OSSModuleCallback = int (*)(const char* name, uint64_t base, unsigned long size,
                                   void* context);
 
@@ -30,9 +30,9 @@ OSS_API uint64_t ossWalkStackCollect(uint64_t skip, uint64_t* addresses, uint64_
 
 /// Makes one step of a walk through 64-bit frames. Symbols of the process must be initialised.
 /// Holds the mutex of StackWalk64, and those of SymFunctionTableAccess64 and SymGetModuleBase64 for
-/// the moments that these take. \param frame    describes the frame before, and receives the next.
-/// The function-table entry in it
-///                 holds until the next step of any thread
+/// the moments that these take.
+/// \param frame    describes the frame before, and receives the next. The function-table entry in
+///                 it holds until the next step of any thread
 /// \param context  the registers of the frame, which change with the step
 /// \return StackWalk64's result: 0 when there is no next frame
 OSS_API int ossStackWalk(void* process, void* thread, _tagSTACKFRAME64* frame,

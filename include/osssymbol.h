@@ -18,8 +18,10 @@
 // wrapper returns 0 or null with the last error 126, and where it lacks the function 127. A mutex
 // that cannot be made is done without; one whose holder ended is taken over.
 //
-// Any thread may use everything here at any time. Nothing is traced or logged but the making of the
-// mutexes' security attributes (ossipcresource.h).
+// Any thread may use everything here at any time. But the first walk, name or trap file of a
+// process puts back the options that it found: what ossSymSetOptions sets meanwhile is lost.
+// Nothing is traced or logged but the making of the mutexes' security attributes
+// (ossipcresource.h).
 #pragma once
 
 #include "osstypes.h"
@@ -72,7 +74,8 @@ OSS_API int ossSymRegisterCallback(void* process, OSSSymbolCallback callback,
 /// the count of bytes that could be read, and ignores every other. A process has one callback: this
 /// replaces the host's, and so does a trap file's section of the stack (osstrapfile.h). It is
 /// withdrawn when this library is unloaded, unless ossSymRegisterCallback has replaced it by then;
-/// of several processes only for the one that was registered last. \return as above
+/// of several processes only for the one that was registered last.
+/// \return as above
 OSS_API int ossSymRegisterStackWalkCallback(void* process) noexcept;
 
 // ---- Modules ------------------------------------------------------------------------------------

@@ -30,7 +30,7 @@ inline constexpr uint64_t OSS_THREAD_JOINABLE = 1;
 struct OSSThreadParam {
   uint64_t version = OSS_VERSION_CURRENT;
   uint64_t flags = 0;      ///< OSS_THREAD_JOINABLE; other bits are ignored
-  uint64_t stackSize = 0;  ///< bytes; 0 for the system's default; at most 0xFFFFFFFF
+  uint64_t stackSize = 0;  ///< bytes; 0 for the system's default; more counts as 0xFFFFFFFF
 };
 OSS_LAYOUT(OSSThreadParam, 24);
 OSS_FIELD(OSSThreadParam, version, 0, 8);
@@ -108,12 +108,15 @@ class OSS_API OSSHThreadSpecificData {
   /// Fetches the calling thread's pointer.
   /// \param value  receives it, also when it is null
   /// \retval 0                                *value is not null
-  /// \retval ECF_INVALID_INVOCATION_SEQUENCE  it is null: this thread has set none (10)
+  /// \retval ECF_INVALID_INVOCATION_SEQUENCE  it is null: this thread has set none, or null (10);
+  ///                                          Info
   /// \retval ECF_INVALID_PARAMETER            `value` is null (1111)
   /// \return otherwise the system's refusal, mapped (10)
   OSSErr get(void** value) noexcept;
 
  private:
+  struct Layout;
+
   uint32_t index_;
 };
 OSS_LAYOUT(OSSHThreadSpecificData, 4);

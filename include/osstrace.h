@@ -173,7 +173,8 @@ OSS_API OSSErr gtraceGetOptionsPtr(GTraceOptions** options) noexcept;
 /// function-count mode GTRACE_STAMP and GTRACE_CALL_STACKS are first cleared in *options.
 OSS_API OSSErr gtraceSetOptions(GTraceOptions* options) noexcept;
 
-/// Forgets what was recorded or counted. \retval ECF_NOT_SUPPORTED  the buffer is chunked
+/// Forgets what was recorded or counted.
+/// \retval ECF_NOT_SUPPORTED  the buffer is chunked
 OSS_API OSSErr gtraceClear() noexcept;
 
 /// As ramboAutoDumpEnabled, and with its codes.

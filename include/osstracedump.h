@@ -203,11 +203,11 @@ OSS_API OSSErr gtraceOpenDumpFileParser(OSSHFile* file, GTraceDumpParser* parser
 /// Fetches the next record: in a function-count dump a GTraceFunctionCount, else the payload that
 /// begins with a GTraceRecord. What is not whole is skipped: slots without a head, records without
 /// their trailer, and in an instantaneous dump those of an earlier pass of the ring. A file that
-/// has become shorter ends the walk. Most calls ask the system nothing. \param recordOffset
-/// receives the file offset of the payload; may be null \param buffer        receives as much of
-/// the payload as fits; null receives nothing \return bytes of the payload, 64 x slots - 12 or 16.
-/// 0 behind the last record, for a closed parser
-///         and for a read that the system refuses, which the next call tries again
+/// has become shorter ends the walk. Most calls ask the system nothing.
+/// \param recordOffset  receives the file offset of the payload; may be null
+/// \param buffer        receives as much of the payload as fits; null receives nothing
+/// \return bytes of the payload, 64 x slots - 12 or 16; 0 behind the last record, for a closed
+///         parser and for a read that the system refuses, which the next call tries again
 OSS_API uint64_t gtraceParseRecords(OSSHFile* file, GTraceDumpParser* parser,
                                     uint64_t* recordOffset, void* buffer,
                                     uint64_t bufferSize) noexcept;

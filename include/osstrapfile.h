@@ -174,10 +174,10 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
   /// Begins an XML report, or prepares to append to one. The prolog is an XML declaration and a
   /// processing instruction that names the style sheet kt5trapfile.xsl, which is expected beside
   /// the report.
-  /// \return true when the file was empty, or its size could not be told, and the prolog was
-  ///         written; false otherwise. The file pointer then stands at the closing tag of a report
-  ///         that begins with the prolog and ends with a closing tag, which the caller writes again
-  ///         behind what it appends; or else at the end
+  /// \return true when the file was empty, or its size could not be told. Then the prolog is
+  ///         written, and a refusal of that is not told. Else false: the file pointer stands at the
+  ///         closing tag of a report that begins with the prolog and ends with a closing tag, which
+  ///         the caller writes again behind what it appends; or else at the end
   bool writeXMLProlog() noexcept;
 
  protected:
@@ -185,6 +185,7 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
 
  private:
   friend class oss::TrapWriter;
+  struct Layout;
 
   uint32_t headerOffset_ = 0;
   uint32_t reserved_ = 0;

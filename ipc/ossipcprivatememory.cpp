@@ -10,6 +10,14 @@
 
 using namespace oss;
 
+// The base has members of its own: both compilers know the offset nevertheless.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+struct OSSHIPCPrivateMemory::Layout {
+  OSS_FIELD(OSSHIPCPrivateMemory, resID_, 16, 272);
+};
+#pragma GCC diagnostic pop
+
 // Its bytes are handed to another process.
 static_assert(std::is_trivially_copyable_v<OSSHIPCPrivateMemory>);
 

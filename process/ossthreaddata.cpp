@@ -7,6 +7,10 @@
 
 using namespace oss;
 
+struct OSSHThreadSpecificData::Layout {
+  OSS_FIELD(OSSHThreadSpecificData, index_, 0, 4);
+};
+
 namespace {
 
 OSSErr createSlot(uint32_t* index) noexcept {
