@@ -264,26 +264,40 @@ class TransferOut : QueueEnd<kReader, kWriter> {
 
   TransferEnd run(uint64_t* length) noexcept {
     // Each piece wakes behind itself. Waking once more would promise room that is not there.
-    if (getLength(length)) static_cast<void>(*length == 0 ? wakeOther() : getMessage(*length));
+    if (awaitLength(length))
+      static_cast<void>(isShortAndWhole(*length) ? getWhole(*length) : getPieces(*length));
     return end();
   }
 
  private:
-  bool getLength(uint64_t* length) noexcept {
+  // The length of the next message, which stays where it is unless the message is too long.
+  bool awaitLength(uint64_t* length) noexcept {
     if (!readState()) return false;
     if (!state_.notEmpty && milliseconds_ == 0)
       return wakeOther() && stop(0, ECF_QUE_INVALID_MSG_TYPE);
     if (!awaitData(kProbeGetAwaitLength)) return false;
 
     *length = ring_.length(state_);
-    ring_.consume(state_, kLengthBytes);
+    if (*length <= bufferSize_) return true;
+
     // Deliberate: the length is gone and the message stays, so that the next get takes its first
     // bytes for a length.
-    if (*length > bufferSize_) return wakeOther() && stop(kProbeGetTooBig, ECF_QUE_MSG_TOO_BIG);
-    return true;
+    ring_.consume(state_, kLengthBytes);
+    return wakeOther() && stop(kProbeGetTooBig, ECF_QUE_MSG_TOO_BIG);
   }
 
-  bool getMessage(uint64_t length) noexcept {
+  bool isShortAndWhole(uint64_t length) const noexcept {
+    return length <= kCopiedUnderLatch && kLengthBytes + paddedToUnit(length) <= state_.used();
+  }
+
+  bool getWhole(uint64_t length) noexcept {
+    ring_.copyOut(state_, state_.behind(state_.readOffset, kLengthBytes), buffer_, length);
+    ring_.consume(state_, kLengthBytes + length);
+    return wakeOther();
+  }
+
+  bool getPieces(uint64_t length) noexcept {
+    ring_.consume(state_, kLengthBytes);
     for (uint64_t done = 0; done < length;) {
       if (!readState() || !awaitData(kProbeGetAwaitPiece)) return false;
       uint64_t part = std::min({state_.used(), length - done, kPartBytes});
