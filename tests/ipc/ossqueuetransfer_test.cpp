@@ -6,66 +6,13 @@
 
 #include <string>
 
-#include "ipc/queueblock.h"
+#include "ipc/lengthbytes.h"
+#include "ipc/queuetransferfixture.h"
 
 using namespace osse_test;
 using namespace testing;
 
 namespace {
-
-// The bytes of a length, as a message in the ring begins.
-std::string lengthBytes(uint64_t length) {
-  return {reinterpret_cast<const char*>(&length), sizeof length};
-}
-
-class QueueTransfer : public Test {
- protected:
-  explicit QueueTransfer(uint64_t capacity = 64) : block_(capacity) {}
-
-  OSSIPCQueueHeader& header() const { return block_.header(); }
-
-  static void expectEnd(const oss::TransferEnd& end, uint64_t probe, OSSErr rc) {
-    EXPECT_EQ(end.probe, probe);
-    EXPECT_EQ(end.rc, rc);
-  }
-
-  oss::TransferEnd put(oss::QueueSleep& sleep, const std::string& message) const {
-    return oss::putMessage(block_.ring(), sleep, message.data(), message.size());
-  }
-  void putDone(const std::string& message) const {
-    ScriptedSleep sleep;
-    expectEnd(put(sleep, message), 0, ECF_OK);
-  }
-
-  struct Got {
-    oss::TransferEnd end;
-    uint64_t length = 0;
-    std::string message;
-  };
-  Got get(oss::QueueSleep& sleep, uint64_t bufferSize, uint32_t milliseconds) const {
-    Got got;
-    got.message.assign(bufferSize, '.');
-    got.end = oss::getMessage(block_.ring(), sleep, got.message.data(), bufferSize, &got.length,
-                              milliseconds);
-    return got;
-  }
-  void expectNext(const std::string& message) const {
-    ScriptedSleep sleep;
-    const Got got = get(sleep, message.size(), 0);
-    expectEnd(got.end, 0, ECF_OK);
-    EXPECT_EQ(got.length, message.size());
-    EXPECT_EQ(got.message, message);
-    EXPECT_THAT(sleep.events(), IsEmpty());
-  }
-
-  void expectLatches(uint8_t putLatch, uint8_t getLatch, uint8_t stateLatch) const {
-    EXPECT_EQ(header().putLatch, putLatch);
-    EXPECT_EQ(header().getLatch, getLatch);
-    EXPECT_EQ(header().stateLatch, stateLatch);
-  }
-
-  QueueBlock block_;
-};
 
 // ---- What lies in the ring ----
 
@@ -123,7 +70,8 @@ class QueueTransferOfLongMessages : public QueueTransfer {
 
 // Those that are copied without the state latch, around the end, and from the offset 0.
 TEST_F(QueueTransferOfLongMessages, ComeOutAsTheyWentIn) {
-  for (const uint64_t start : {uint64_t{0}, uint64_t{8}, kLongRing - 8, kLongRing - 20000})
+  for (const uint64_t start :
+       {uint64_t{0}, uint64_t{8}, kLongRing - 8, kLongRing - 512, kLongRing - 20000})
     for (const uint64_t size : {uint64_t{1024}, uint64_t{1025}, uint64_t{16384}, uint64_t{16385},
                                 uint64_t{100000}, kLongRing - 8}) {
       SCOPED_TRACE(testing::Message() << "start " << start << ", size " << size);
@@ -145,6 +93,15 @@ TEST_F(QueueTransfer, AnEmptyRingIsToldAtOnceWhenNobodyWantsToWait) {
   EXPECT_EQ(got.message, "........");
   EXPECT_EQ(header().readerWaiting, 0);
   EXPECT_THAT(sleep.events(), IsEmpty());
+  expectLatches(0, 0, 0);
+}
+
+TEST_F(QueueTransfer, AWriterWhoWaitsForAnEmptyRingIsWokenByAReaderWhoDoesNotWait) {
+  header().writerWaiting = 1;
+  ScriptedSleep sleep;
+  expectEnd(get(sleep, 8, 0).end, 0, ECF_QUE_INVALID_MSG_TYPE);
+  EXPECT_THAT(sleep.events(), ElementsAre("postSpace"));
+  EXPECT_EQ(header().writerWaiting, 0);
   expectLatches(0, 0, 0);
 }
 
@@ -299,6 +256,45 @@ TEST_F(QueueTransfer, AMessageOfExactlyTheCapacityBlocksBehindItsFirstPart) {
   expectLatches(0, 0, 0);
 }
 
+TEST_F(QueueTransfer, AShortMessageThatStreamsInIsTakenPieceByPiece) {
+  block_.startAt(48);
+  putPart(lengthBytes(20) + "01234567");
+  ScriptedSleep sleep({[&] {
+                         EXPECT_EQ(header().notEmpty, 0);
+                         putPart("89abcdef");
+                         header().writerWaiting = 1;
+                         return ECF_OK;
+                       },
+                       [&] {
+                         EXPECT_EQ(header().readOffset, 8u);
+                         expectLatches(0, 0x80, 0);
+                         return ECF_OK;
+                       },
+                       [&] {
+                         putPart("ghij");
+                         return ECF_OK;
+                       }});
+  const Got got = get(sleep, 32, 40);
+  expectEnd(got.end, 0, ECF_OK);
+  EXPECT_EQ(got.length, 20u);
+  EXPECT_EQ(got.message, "0123456789abcdefghij............");
+  EXPECT_THAT(sleep.events(), ElementsAre("awaitData 40", "postSpace", "awaitData 40"));
+  EXPECT_EQ(header().readOffset, 16u);
+  EXPECT_EQ(header().notEmpty, 0);
+}
+
+TEST_F(QueueTransfer, AShortMessageIsWholeWithItsLastEightBytes) {
+  putPart(lengthBytes(17) + "0123456789abcdef");
+  ScriptedSleep sleep({[] { return ECF_TIMEOUT; }});
+  const Got part = get(sleep, 17, 5);
+  expectEnd(part.end, 110, ECF_TIMEOUT);
+  EXPECT_EQ(part.message, "0123456789abcdef.");
+
+  putPart(lengthBytes(17) + "0123456789abcdefg");
+  EXPECT_EQ(header().readerWaiting, 1);
+  expectNext("0123456789abcdefg");
+}
+
 // ---- Oddities, and where a transfer stops ----
 
 TEST_F(QueueTransfer, AMessageThatDoesNotFitTheBufferLosesItsLengthAndLeavesItsBody) {
@@ -367,6 +363,18 @@ TEST_F(QueueTransfer, PostsThatFailStopWhereTheyAre) {
   expectEnd(got.end, 130, ECF_NO_RESOURCE);
   EXPECT_EQ(got.message, "abc");
   EXPECT_EQ(header().writerWaiting, 0);
+  expectLatches(0, 0, 0);
+}
+
+TEST_F(QueueTransfer, APostThatFailsIsToldBeforeAnEmptyRingOrAMessageThatDoesNotFit) {
+  header().writerWaiting = 1;
+  ScriptedSleep failing({[] { return ECF_NO_RESOURCE; }, [] { return ECF_NO_RESOURCE; }});
+  expectEnd(get(failing, 8, 0).end, 130, ECF_NO_RESOURCE);
+
+  putDone("abc");
+  header().writerWaiting = 1;
+  expectEnd(get(failing, 2, 0).end, 130, ECF_NO_RESOURCE);
+  EXPECT_EQ(header().readOffset, 8u);
   expectLatches(0, 0, 0);
 }
 

@@ -3,51 +3,17 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "ipc/blockingsleep.h"
 #include "ipc/queueblock.h"
 #include "numeric/osslatchguard.h"
 
 using namespace osse_test;
 
 namespace {
-
-// Counting semaphores, as the library's are. A count above 1 would be a post without a sleeper.
-class BlockingSleep final : public oss::QueueSleep {
- public:
-  OSSErr awaitData(uint32_t) noexcept override { return data_.wait(); }
-  OSSErr awaitSpace(uint32_t) noexcept override { return space_.wait(); }
-  OSSErr postData() noexcept override { return data_.post(); }
-  OSSErr postSpace() noexcept override { return space_.post(); }
-
- private:
-  class Semaphore {
-   public:
-    OSSErr wait() {
-      std::unique_lock lock(mutex_);
-      posted_.wait(lock, [&] { return count_ != 0; });
-      --count_;
-      return ECF_OK;
-    }
-    OSSErr post() {
-      const std::lock_guard lock(mutex_);
-      EXPECT_EQ(++count_, 1);
-      posted_.notify_one();
-      return ECF_OK;
-    }
-
-   private:
-    std::mutex mutex_;
-    std::condition_variable posted_;
-    int count_ = 0;
-  };
-
-  Semaphore data_, space_;
-};
 
 // Message `number` of a writer: a head that names it, and bytes that follow from both.
 std::string messageOf(uint32_t writer, uint32_t number, size_t size) {
