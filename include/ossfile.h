@@ -147,8 +147,7 @@ class OSS_API OSSHFile {
   ///                                (240), or OSS_FILE_TRUNCATE with OSS_FILE_READ (250)
   /// \retval ECF_FILE_EXISTS        OSS_FILE_CREATE_NEW and the path exists (260); Info
   /// \retval ECF_FILE_DOESNT_EXIST  OSS_FILE_OPEN_EXISTING and the path's attributes cannot be
-  /// read,
-  ///                                for whatever reason (270); Info
+  ///                                read, for whatever reason (270); Info
   /// \return otherwise the system's refusal, mapped and logged (280). The handle is closed.
   OSSErr open(const OSSFileOpenParam* param) noexcept;
 
@@ -222,8 +221,7 @@ class OSS_API OSSHFile {
   /// Unmaps a view and closes its mapping.
   /// \retval 0  nothing is mapped
   /// \return otherwise the system's refusal, mapped and logged: of the view (30; nothing changed)
-  /// or
-  ///         of the mapping (40; the view is gone)
+  ///         or of the mapping (40; the view is gone)
   OSSErr unmap(void* view) noexcept;
 
   /// Writes the file's buffered data to the disk.

@@ -100,8 +100,7 @@ class OSS_API OSSHIPCMemoryEx {
   /// \retval ECF_INVALID_PARAMETER            the name breaks its rules (30); Info
   /// \retval ECF_FILE_DOESNT_EXIST            there is no section of that name (100); Info
   /// \return otherwise the system's refusal, mapped: of the name (90), the section (100) or the
-  /// view
-  ///         (120)
+  ///         view (120)
   OSSErr attach(const OSSIPCMemoryExAttachParam* param, OSSIPCMemoryExInfo* info) noexcept;
 
   /// Unmaps the view and closes the section's handle. Both are tried, whatever becomes of the

@@ -13,8 +13,7 @@
 //
 //   not attached    put, get and flush give ECF_INVALID_INVOCATION_SEQUENCE (probe 10), Error
 //   not a queue     put and get give ECF_FAILED (20), Error, with the fields of a header that no
-//   ring
-//                   can have
+//                   ring can have
 //
 // Trusted is nothing that the section holds: whatever stands in its header, and whoever changes it
 // meanwhile, no byte outside the section is read or written. A latch byte that is not 0 counts as

@@ -20,6 +20,9 @@
 // or 1; 2 for a moment, when a reader gives up while it is being woken. A reader that gives up
 // leaves its flag set; the post that may follow wakes a later one too early, who looks again and
 // sleeps on. A post of the space semaphore promises 8 free bytes: not every writer looks again.
+// Nor does every program wake the other end behind a length alone. Where such a one writes, an
+// empty message reaches a sleeping reader with the bytes of the next one; where it reads, a writer
+// sleeps on while nothing but empty messages are taken, and with a ring of 8 bytes for ever.
 //
 // Latches know no owner (osslatch.h). What a process leaves behind that is ended from outside:
 //   - asleep in get: getLatch and readerWaiting. Later readers wait for the latch for ever; writers
@@ -27,8 +30,7 @@
 //   - asleep in put, or in the middle of a message: putLatch, and a part of its message, which a
 //     reader waits for the rest of. Later writers wait for the latch for ever.
 //   - between clearing a flag and posting: putLatch or getLatch, and the other end asleep although
-//   no
-//     flag says so, which a flush does not wake.
+//     no flag says so, which a flush does not wake.
 //   - holding stateLatch, for some instructions at a time: every operation waits for it for ever.
 // Nobody can tell such a latch from one that is held; osse ipc shows the latches. The remedy is to
 // end, or to detach, all that use the queue: with the last handle its three objects are gone, and

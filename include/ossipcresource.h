@@ -90,8 +90,7 @@ extern "C" {
 /// \param out  its version says what the caller knows of; receives the name, and the bytes behind
 ///             its NUL stay
 /// \retval 0                      out->name is formed, and traced at probe 60; a null in->path
-/// gives
-///                                the empty name
+///                                gives the empty name
 /// \retval ECF_INVALID_PARAMETER  `out` or `in` is null (probe 1111); nothing is written
 /// \retval ECF_INVALID_VERSION    out->version is older than 20040702 (1112); nothing is written
 OSS_API OSSErr ossIPCGetResID(const OSSIPCGetResIDParam* in, OSSIPCResID* out) noexcept;

@@ -82,8 +82,7 @@ class OSS_API OSSHLibrary {
   /// \retval 0                       found
   /// \retval ECF_LIB_NOT_LOADED      the handle has no library (20)
   /// \retval ECF_LIB_FUNC_NOT_FOUND  the library exports no such name. The record shows the
-  /// system's
-  ///                                 error and its mapped code, module and name (30)
+  ///                                 system's error and its mapped code, module and name (30)
   /// \retval ECF_INVALID_PARAMETER   `info` is null (1111)
   OSSErr getFuncAddress(const OSSLibGetFuncAddressParam* param,
                         OSSLibGetFuncAddressInfo* info) noexcept;

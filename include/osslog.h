@@ -102,8 +102,7 @@ OSS_API OSSErr ossLogFacSetLevel(OSSLogFacility* facility, uint64_t level) noexc
 /// 4,095 characters; what does not fit is cut. Any thread may call them.
 /// \param itemCount  the number of items
 /// \retval 0                      the record is written, or filtered by its level, or dropped
-/// because
-///                                another record is being written
+///                                because another record is being written
 /// \retval ECF_INVALID_PARAMETER  `itemCount` is negative, or the facility is not open
 /// \retval ECF_FAILED             the destination refused the record
 OSS_API OSSErr ossLog(OSSLogFacility* facility, uint32_t funcId, OSSErr messageCode, uint64_t probe,

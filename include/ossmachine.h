@@ -153,8 +153,7 @@ OSS_API OSSErr ossGetKernelIPCInfo(OSSKernelIPCInfo* info) noexcept;
 /// \param info    receives the directory; its version is not looked at
 /// \retval 0  info->directory is set
 /// \return otherwise the system's refusal, mapped and logged (20); a directory longer than 260
-/// bytes
-///         is ECF_BUFFER_TOO_SMALL
+///         bytes is ECF_BUFFER_TOO_SMALL
 OSS_API OSSErr ossGetSystemDirectory(const OSSSystemDirectoryInfo* record,
                                      OSSSystemDirectoryInfo* info) noexcept;
 

@@ -4,8 +4,8 @@
 // The caller owns every record; an operation fills it and keeps nothing of it. The values carry
 // their own status (osssysvalue.h), so that a record can be filled in part.
 //
-// Every operation is traced. It first refuses, with a log record at level Error and with nothing
-// written,
+// Every operation is traced. It first refuses, with a log record at level Error and without
+// writing anything,
 //   a null record                     ECF_INVALID_PARAMETER, probe 1111
 //   a record older than 20040702      ECF_INVALID_VERSION,   probe 1112
 // and any other null pointer like a null record. Any thread may call the operations at any time,

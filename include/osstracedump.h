@@ -190,8 +190,7 @@ OSS_API OSSErr ramboValidateDumpFile(OSSHFile* file) noexcept;
 /// \param parser   closed; what it holds is overwritten. It takes at most 1 MiB of memory, whatever
 ///                 the file claims, until gtraceCloseDumpFileParser
 /// \param forward  from the oldest record on; otherwise from the newest back. A function-count
-/// table
-///                 is always read in its own order
+///                 table is always read in its own order
 /// \retval 0                      open
 /// \retval ECF_INVALID_PARAMETER  `file` or `parser` is null
 /// \retval ECF_NO_MEMORY          there is no room for what is read ahead

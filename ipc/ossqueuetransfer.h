@@ -8,8 +8,8 @@
 //     time. The writer copies into what is free, which only grows. The reader copies from what is
 //     used, which only a flush takes from it; a flush shows, see TransferIn and TransferOut.
 //   - Before an end sleeps, and before it returns, it wakes the other end if that sleeps. With a
-//   ring
-//     of 8 bytes the length alone fills it, and a message of no bytes has no piece that would wake.
+//     ring of 8 bytes the length alone fills it, and a message of no bytes has no piece that would
+//     wake.
 //   - Before an end sleeps it looks some time whether the other end is about to come round.
 #pragma once
 

@@ -72,7 +72,7 @@ class PeerQueue {
 };
 
 // What passes each way.
-constexpr PeerTraffic kTraffic[] = {{24, 1000}, {64, 1000}, {4096, 400}, {65536, 60}};
+constexpr PeerTraffic kTraffic[] = {{24, 500}, {64, 500}, {4096, 200}, {65536, 40}};
 
 std::string pathOf(const std::string& path, const PeerTraffic& traffic) {
   return path + " ring " + std::to_string(traffic.capacity);
