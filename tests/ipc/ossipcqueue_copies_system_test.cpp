@@ -164,4 +164,40 @@ TEST_F(QueueCopies, AReaderOfAFlushedMessageGivesUpWhenNothingComes) {
                                        {{2, Uint(uint64_t{5000})}, {4, Uint(0u)}})));
 }
 
+// ---- Garbage ----
+
+TEST_F(QueueCopies, AHeaderThatTurnsToGarbageMeanwhileStopsBothEnds) {
+  constexpr uint64_t kRoom = 17 * 4096 - sizeof(OSSIPCQueueHeader);  // of whole pages
+  constexpr uint64_t kGarbage = kCapacity << 20;
+  const auto spoil = [&] { header().capacity = kGarbage; };
+  const auto record = [](oss::Func function, uint64_t written, uint64_t read) {
+    return FoundRecord(OSS_LOG_ERROR, function, 20, ECF_FAILED,
+                       {Hex(kGarbage), Hex(written), Hex(read), Uint(kRoom)});
+  };
+  {
+    const TouchedBuffer buffer(textOf(5000), spoil);
+    EXPECT_EQ(queue_.put(buffer.data(), buffer.size()), ECF_FAILED);
+  }
+  EXPECT_FALSE(queue_.hasMessage());
+  header().capacity = kCapacity;
+  ASSERT_EQ(put(queue_, textOf(5000)), ECF_OK);
+  {
+    const TouchedBuffer buffer(std::string(5000, '.'), spoil);
+    EXPECT_EQ(queue_.get(buffer.data(), buffer.size(), nullptr, 0), ECF_FAILED);
+  }
+  EXPECT_THAT(log_.records(), ElementsAre(record(oss::Func::OSSHIPCQueue_put, 0, 0),
+                                          record(oss::Func::OSSHIPCQueue_get, 5008, 8)));
+  EXPECT_EQ(header().putLatch, 0);
+  EXPECT_EQ(header().getLatch, 0);
+  EXPECT_EQ(header().stateLatch, 0);
+}
+
+// It is no ring's way to shrink, and yet nothing lands outside of it.
+TEST_F(QueueCopies, AMessageOnItsWayIntoARingThatShrinksIsPlacedInWhatIsLeft) {
+  startAt(12288);
+  putTouched(textOf(5000), [&] { header().capacity = 16384; });
+  EXPECT_EQ(seen(), (Seen{0, 12288 + 5008 - 16384, 12288}));
+  EXPECT_EQ(next(queue_, 5000), textOf(5000));
+}
+
 }  // namespace

@@ -203,6 +203,47 @@ TEST(QueueTransferOfTheSmallestRing, EachEndWakesTheOtherBeforeItSleeps) {
   EXPECT_THAT(reader.events(), ElementsAre("postSpace", "awaitData 9"));
 }
 
+// Who looks for a while before it sleeps may find the other end asleep when it is over.
+TEST_F(QueueTransfer, AReaderWakesAWriterWhoHasFallenAsleepMeanwhile) {
+  header().writerWaiting = 1;
+  const auto againAsleep = [&] {
+    header().writerWaiting = 1;
+    return ECF_OK;
+  };
+  ScriptedSleep sleep({againAsleep, [&] {
+                         putDone("soon");
+                         return ECF_OK;
+                       }});
+  EXPECT_EQ(get(sleep, 4, 30).message, "soon");
+  EXPECT_THAT(sleep.events(), ElementsAre("postSpace", "postSpace"));
+
+  header().writerWaiting = 1;
+  ScriptedSleep failing({againAsleep, [] { return ECF_NO_RESOURCE; }});
+  expectEnd(get(failing, 4, 30).end, 130, ECF_NO_RESOURCE);
+  expectLatches(0, 0, 0);
+}
+
+TEST_F(QueueTransfer, AWriterWakesAReaderWhoHasFallenAsleepMeanwhile) {
+  putDone(std::string(56, 'a'));
+  header().readerWaiting = 1;
+  const auto againAsleep = [&] {
+    header().readerWaiting = 1;
+    return ECF_OK;
+  };
+  ScriptedSleep sleep({againAsleep, [&] {
+                         expectNext(std::string(56, 'a'));
+                         return ECF_OK;
+                       }});
+  expectEnd(put(sleep, std::string(56, 'b')), 0, ECF_OK);
+  EXPECT_THAT(sleep.events(), ElementsAre("postData", "postData"));
+
+  header().readerWaiting = 1;
+  ScriptedSleep failing({againAsleep, [] { return ECF_NO_RESOURCE; }});
+  expectEnd(put(failing, "c"), 70, ECF_NO_RESOURCE);
+  expectLatches(0, 0, 0);
+  expectNext(std::string(56, 'b'));
+}
+
 // The count that a reader left who gave up is used up by a later one, who sleeps on.
 TEST_F(QueueTransfer, AReaderWhoIsWokenTooEarlySleepsOn) {
   ScriptedSleep sleep({[] { return ECF_OK; },
