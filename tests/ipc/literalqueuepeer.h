@@ -22,7 +22,7 @@ namespace osse_test {
 template <class Semaphore>
 class LiteralQueuePeer {
  public:
-  // The section is mapped, and both outlive the peer.
+  // The section is mapped; it and the semaphores outlive the peer.
   LiteralQueuePeer(void* section, Semaphore& data, Semaphore& space)
       : section_(static_cast<uint8_t*>(section)), data_(data), space_(space) {}
 
