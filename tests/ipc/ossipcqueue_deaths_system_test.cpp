@@ -15,15 +15,16 @@ namespace {
 
 constexpr uint8_t kHeld = 0x80;
 
-// Waits for what another process is about to do.
-template <class Condition>
-void waitUntil(Condition condition) {
-  for (int i = 0; i < 60'000 && !condition(); ++i) ::Sleep(1);
-  ASSERT_TRUE(condition());
-}
-
 class QueueDeaths : public QueueTest {
  protected:
+  // Waits until an end in another process sleeps. It sets its flag while it holds the state latch:
+  // ended before it has released that, it would leave a queue that nobody can use.
+  void awaitSleeper(const uint8_t& waiting) const {
+    const auto sleeps = [&] { return now(waiting) != 0 && now(header().stateLatch) == 0; };
+    for (int i = 0; i < 60'000 && !sleeps(); ++i) ::Sleep(1);
+    ASSERT_TRUE(sleeps());
+  }
+
   // The queue is of no use any more, but for its end.
   void expectNamesAreFreeOnceDetached() {
     ASSERT_EQ(queue_.detach(), ECF_OK);
@@ -39,7 +40,7 @@ CHILD_ROLE(queueSleepsInGet) {
 TEST_F(QueueDeaths, AReaderThatIsAsleepLeavesItsLatchHeld) {
   create(64);
   Child child = startChild("queueSleepsInGet", {path_});
-  waitUntil([&] { return now(header().readerWaiting) != 0; });
+  ASSERT_NO_FATAL_FAILURE(awaitSleeper(header().readerWaiting));
   child.kill();
 
   EXPECT_EQ(header().getLatch, kHeld);
@@ -62,7 +63,7 @@ TEST_F(QueueDeaths, AWriterThatIsAsleepLeavesItsLatchHeldAndTheMessagesBefore) {
   create(16);
   ASSERT_EQ(put(queue_, "earlier"), ECF_OK);
   Child child = startChild("queueSleepsInPut", {path_, "1"});
-  waitUntil([&] { return now(header().writerWaiting) != 0; });
+  ASSERT_NO_FATAL_FAILURE(awaitSleeper(header().writerWaiting));
   child.kill();
 
   EXPECT_EQ(header().putLatch, kHeld);
@@ -76,7 +77,7 @@ TEST_F(QueueDeaths, AWriterThatIsAsleepLeavesItsLatchHeldAndTheMessagesBefore) {
 TEST_F(QueueDeaths, AWriterInTheMiddleOfAMessageLeavesAPartThatReadersWaitForTheRestOf) {
   create(64);
   Child child = startChild("queueSleepsInPut", {path_, "1000"});
-  waitUntil([&] { return now(header().writerWaiting) != 0; });
+  ASSERT_NO_FATAL_FAILURE(awaitSleeper(header().writerWaiting));
   child.kill();
 
   EXPECT_EQ(header().putLatch, kHeld);

@@ -39,6 +39,23 @@ TEST_F(QueueTest, AConstructedHandleIsNotAttached) {
   EXPECT_FALSE(queue_.isAttached());
 }
 
+TEST(QueueHandle, IsAttachedWithItsSectionAndBothSemaphores) {
+  int object = 0;  // any will do: nobody asks what it is
+  for (const bool hasMemory : {false, true})
+    for (const bool hasData : {false, true})
+      for (const bool hasSpace : {false, true}) {
+        const QueueFields fields = {
+            .memory = {.handle = INVALID_HANDLE_VALUE, .address = hasMemory ? &object : nullptr},
+            .dataSemaphore = hasData ? &object : INVALID_HANDLE_VALUE,
+            .spaceSemaphore = hasSpace ? &object : INVALID_HANDLE_VALUE,
+            .header = nullptr};
+        OSSHIPCQueue queue;
+        std::memcpy(static_cast<void*>(&queue), &fields, sizeof fields);
+        EXPECT_EQ(queue.isAttached(), hasMemory && hasData && hasSpace)
+            << hasMemory << hasData << hasSpace;
+      }
+}
+
 TEST_F(QueueTest, CreateMakesAnEmptyQueueWhoseSemaphoresHaveNoCount) {
   create(17);
   EXPECT_TRUE(queue_.isAttached());
@@ -206,6 +223,24 @@ TEST_F(QueueTest, PutsAndGetsWithoutASleeperDoNotCallTheSystem) {
     EXPECT_EQ(next(queue_).size(), 2000u);
   }
   EXPECT_EQ(waits.calls() + posts.calls() + sleeps.calls() + asks.calls(), 0);
+}
+
+// A timeout is for a message; other users of the end are waited for.
+TEST_F(QueueTest, AnEndThatIsInUseIsWaitedForWhateverTheTimeout) {
+  create(64);
+  const auto whileHeld = [](uint8_t& latch, const auto& operation) {
+    __atomic_store_n(&latch, uint8_t{0x80}, __ATOMIC_SEQ_CST);
+    const ImportHook releases("Sleep", [&](Call& call) {
+      __atomic_store_n(&latch, uint8_t{0}, __ATOMIC_SEQ_CST);
+      return call.passOn();
+    });
+    operation();
+    EXPECT_EQ(latch, 0);
+  };
+  whileHeld(header().getLatch, [&] { EXPECT_EQ(failingGet(queue_, 8, 0), kQueueIsEmpty); });
+  whileHeld(header().putLatch, [&] { EXPECT_EQ(put(queue_, "x"), ECF_OK); });
+  whileHeld(header().getLatch, [&] { EXPECT_EQ(next(queue_), "x"); });
+  EXPECT_THAT(log_.records(), IsEmpty());
 }
 
 TEST_F(QueueTest, TheTimeoutIsHandedToTheSemaphoreAndLogged) {

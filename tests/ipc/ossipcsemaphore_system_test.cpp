@@ -319,11 +319,20 @@ TEST_F(OSSHIPCSemaphoreWaitTest, TellsTheSystemItsMilliseconds) {
 
 TEST_F(OSSHIPCSemaphoreWaitTest, SleepsUntilAnotherThreadPosts) {
   create(0);
-  std::thread poster([&] { EXPECT_EQ(semaphore_.post(), ECF_OK); });
-  OSSIPCSemaphoreWaitParam param;
-  param.timeout = OSS_SEMAPHORE_INFINITE;
-  EXPECT_EQ(semaphore_.wait(&param), ECF_OK);
-  poster.join();
+  std::thread poster;
+  {
+    // There is no count before the wait has reached the system.
+    const ImportHook waits("WaitForSingleObject", [&](Call& call) {
+      poster = std::thread([&] { EXPECT_EQ(semaphore_.post(), ECF_OK); });
+      return call.passOn();
+    });
+    OSSIPCSemaphoreWaitParam param;
+    param.timeout = OSS_SEMAPHORE_INFINITE;
+    EXPECT_EQ(semaphore_.wait(&param), ECF_OK);
+    EXPECT_EQ(waits.calls(), 1);
+  }
+  if (poster.joinable()) poster.join();
+  EXPECT_FALSE(take(semaphore_)) << "the wait took what was posted";
 }
 
 TEST_F(OSSHIPCSemaphoreWaitTest, AnAbandonedObjectIsTold) {
