@@ -123,10 +123,30 @@ TEST_F(QueueFailures, ANameThatIsTakenIsLeftAlone) {
   EXPECT_EQ(next(queue_), "kept");
 }
 
+// Which call refuses it, and whether as invalid or for lack of memory, is the system's choice: Wine
+// makes such a section, and finds the size of its view invalid.
 TEST_F(QueueFailures, ASizeBeyondTellingIsRefusedByTheSystem) {
   const OSSIPCQueueCreateParam param = queueParam(path_, ~uint64_t{0});
-  EXPECT_NE(queue_.create(&param), ECF_OK);
+  OSSErr rc = ECF_OK;
+  {
+    const ImportHook creates("CreateFileMappingA", [](Call& call) {
+      EXPECT_EQ(call.argument<DWORD>(3), ~DWORD{0});
+      EXPECT_EQ(call.argument<DWORD>(4), ~DWORD{0});
+      return call.passOn();
+    });
+    rc = queue_.create(&param);
+  }
+  EXPECT_THAT(rc, AnyOf(ECF_INVALID_PARAMETER, ECF_NO_MEMORY));
+  const std::vector<LogRecord> records = log_.records();
+  ASSERT_EQ(records.size(), 3u);
+  EXPECT_THAT(records[0].probe, AnyOf(80u, 100u));
+  EXPECT_EQ(records[1].probe, records[0].probe + 1);
+  EXPECT_EQ(records[2].function, "OSSHIPCQueue::create");
+  EXPECT_EQ(records[2].probe, 50u);
+  EXPECT_EQ(records[2].calledFunction, "OSSHIPCMemory::create");
+  EXPECT_EQ(records[2].code, rc);
   EXPECT_EQ(attachedParts(), "");
+  expectNamesAreFree();
 }
 
 // ---- attach ----
