@@ -60,7 +60,8 @@ class OSS_API OSSMountListing {
   /// \return otherwise the system's refusal, mapped (80)
   OSSErr begin() noexcept;
 
-  /// Tells the next drive. One without a medium is passed over.
+  /// Tells the next drive. One without a medium is passed over. Of one that refuses its names and
+  /// gives no error for it, the space is told and the names stay as they are.
   /// \retval 0                                info is complete
   /// \retval ECF_FILE_EOF                     there is none left (30); traced, not logged. Of info
   ///                                          only the mount point counts, and is empty

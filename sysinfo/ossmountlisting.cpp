@@ -51,9 +51,13 @@ OSSErr OSSMountListing::getNext(const OSSMountListingGetParam* param, OSSMountIn
       return op.exit(kEnd);
     }
     cursor_ += std::strlen(root) + 1;
-    isReady = ::GetVolumeInformationA(root, info.volume, sizeof info.volume, nullptr, nullptr,
-                                      nullptr, info.fileSystem, sizeof info.fileSystem) != FALSE;
-    if (!isReady && ::GetLastError() != ERROR_NOT_READY)
+    const bool isTold =
+        ::GetVolumeInformationA(root, info.volume, sizeof info.volume, nullptr, nullptr, nullptr,
+                                info.fileSystem, sizeof info.fileSystem) != FALSE;
+    // Deliberate: a volume that refuses without an error is taken as it is.
+    const DWORD error = isTold ? DWORD{ERROR_SUCCESS} : ::GetLastError();
+    isReady = error == ERROR_SUCCESS;
+    if (!isReady && error != ERROR_NOT_READY)
       return op.failSystem(40, SysCall::GetVolumeInformationA, {{1, string(root)}});
   }
 

@@ -39,6 +39,33 @@ TEST_F(OSSHProcessTest, ARecordThatIsNullOrTooOldIsRefused) {
   EXPECT_EQ(status_.reserved0, 1u);
 }
 
+// Whatever its version, the flags of a record are all that is written to it.
+TEST_F(OSSHProcessTest, RecordsFromTheOldestVersionOnAreTreatedAlike) {
+  for (const uint64_t version :
+       {OSS_VERSION_OLDEST, OSS_VERSION_OLDEST + 1, OSS_VERSION_CURRENT, kAllOnes}) {
+    MadeUpChild child;
+    OSSProcessParam param = {version, "a", "b\0", "C=1\0", OSS_PROCESS_INHERIT};
+    const OSSProcessParam before = param;
+    EXPECT_EQ(process_.create(&param, &processID_, &status_), ECF_OK) << version;
+    EXPECT_EQ(param.flags, 0u);
+    EXPECT_EQ(std::memcmp(&param, &before, offsetof(OSSProcessParam, flags)), 0) << version;
+    EXPECT_EQ(child.commandLine, "\"a\" b");
+    EXPECT_EQ(child.environment, before.environment);
+
+    ImportHook exits("GetExitCodeProcess", [](Call& call) {
+      *call.argument<DWORD*>(1) = 5;
+      return TRUE;
+    });
+    status_ = {1, 2, 3};
+    param.flags = kSynchronous;
+    EXPECT_EQ(process_.create(&param, &processID_, &status_), ECF_OK) << version;
+    EXPECT_EQ(param.flags, kSynchronous);
+    const OSSProcessStatus ended = {0, 5, 0};
+    EXPECT_EQ(std::memcmp(&status_, &ended, sizeof ended), 0) << version;
+  }
+  EXPECT_THAT(log_.records(), IsEmpty());
+}
+
 TEST_F(OSSHProcessTest, ANullProgramIsRefused) {
   OSSProcessParam param;
   EXPECT_EQ(process_.create(&param, nullptr, nullptr), ECF_INVALID_PARAMETER);

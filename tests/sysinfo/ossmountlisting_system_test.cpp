@@ -171,6 +171,25 @@ TEST_F(MountListing, AVolumeThatRefusesIsLoggedAndTheNextDriveFollows) {
                                ERROR_ACCESS_DENIED, ECF_ACCESS_DENIED, {{1, String("C:\\")}})));
 }
 
+// Deliberate: it is the error that decides.
+TEST_F(MountListing, AVolumeThatRefusesWithoutAnErrorIsToldWithoutItsNames) {
+  with({{.root = "C:\\", .totalBytes = 3 * kMebibyte, .freeBytes = kMebibyte}, {.root = "D:\\"}},
+       [&] {
+         {
+           const ImportHook refuses("GetVolumeInformationA", [](Call&) { return FALSE; });
+           expectNext(ECF_OK, [](OSSMountInfo& info) {
+             writeText(info.mountPoint, "C:\\");
+             info.totalSize = 3;
+             info.freeSize = 1;
+             info.status = 0;
+           });
+         }
+         OSSMountInfo info;
+         EXPECT_EQ(next(info), ECF_OK);
+         EXPECT_STREQ(info.mountPoint, "D:\\");
+       });
+}
+
 TEST_F(MountListing, SpaceThatIsRefusedLeavesTheEntryIncomplete) {
   with({{.root = "C:\\", .spaceError = ERROR_PATH_NOT_FOUND, .volume = "System"}}, [&] {
     expectNext(ECF_FILE_PATH_DOESNT_EXIST, [](OSSMountInfo& info) {

@@ -32,8 +32,10 @@ Answer written(const std::string& text, OSSErr rc = ECF_OK) {
 }
 Answer nothing(OSSErr rc) { return {rc, std::string(kRoom, '#')}; }
 
-Answer ask(OSSErr (*operation)(const OSSUserParam*, char*), uint64_t size) {
+Answer ask(OSSErr (*operation)(const OSSUserParam*, char*), uint64_t size,
+           uint64_t version = OSS_VERSION_CURRENT) {
   OSSUserParam param;
+  param.version = version;
   param.size = size;
   param.reserved = kAllOnes;  // not read
   std::string buffer(kRoom, '#');
@@ -62,6 +64,8 @@ TEST_F(User, TheNameIsThatOfTheEnvironment) {
   const uint64_t needed = std::strlen(name) + 1;
   for (const uint64_t size : {uint64_t{kRoom}, needed})
     EXPECT_EQ(ask(ossGetCurrentUserName, size), written(name));
+  for (const uint64_t version : kVersions)
+    EXPECT_EQ(ask(ossGetCurrentUserName, kRoom, version), written(name)) << version;
 }
 
 TEST_F(User, ANameThatDoesNotFitIsRefusedWithBothSizes) {
@@ -102,7 +106,9 @@ TEST_F(User, TheDisplayIsTheSessionOfTheProcess) {
   DWORD session = 0;
   ASSERT_TRUE(::ProcessIdToSessionId(::GetCurrentProcessId(), &session));
   const size_t handles = openHandles();
-  EXPECT_EQ(ask(ossGetCurrentUserDisplay, kRoom), written(std::to_string(session)));
+  for (const uint64_t version : kVersions)
+    EXPECT_EQ(ask(ossGetCurrentUserDisplay, kRoom, version), written(std::to_string(session)))
+        << version;
   EXPECT_EQ(openHandles(), handles);
 }
 

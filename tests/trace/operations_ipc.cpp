@@ -23,17 +23,6 @@ Trace formed(const char* name) {
   return framed(Func::ossIPCGetResID, ECF_OK, {data(Func::ossIPCGetResID, 60, name)});
 }
 
-// The attributes that an object is created with, as they are built and as the system refuses to.
-Trace attributes() {
-  return framed(Func::ossInitSecurityAttributes, ECF_OK,
-                framed(Func::ossInitSecurityAttributes2, ECF_OK));
-}
-Trace refusedAttributes() {
-  return framed(Func::ossInitSecurityAttributes, kInvalidParameter,
-                framed(Func::ossInitSecurityAttributes2, kInvalidParameter,
-                       {error(Func::ossInitSecurityAttributes2, 10, kInvalidParameter)}));
-}
-
 // ---- Shared memory ----
 
 // A handle, attached if a case asks for it, that lets go of what it has at the end.
@@ -179,7 +168,7 @@ constexpr Case kIPCCases[] = {
        Semaphore semaphore;
        return s.plain(
            Func::OSSHIPCSemaphore_create, [&] { return semaphore.handle.create(&semaphore.param); },
-           ECF_OK, attributes());
+           ECF_OK, securityAttributes());
      }},
     {Func::ossInitSecurityAttributes2, false,
      [](Scene& s) {
@@ -187,10 +176,7 @@ constexpr Case kIPCCases[] = {
        FailingCall fails("SetSecurityDescriptorDacl", ERROR_INVALID_HANDLE);
        return s.plain(
            Func::OSSHIPCSemaphore_create, [&] { return semaphore.handle.create(&semaphore.param); },
-           kInvalidParameter,
-           framed(Func::ossInitSecurityAttributes, kInvalidParameter,
-                  framed(Func::ossInitSecurityAttributes2, kInvalidParameter,
-                         {error(Func::ossInitSecurityAttributes2, 20, kInvalidParameter)})));
+           kInvalidParameter, refusedAttributes(20));
      }},
     {Func::OSSHIPCMemory_create, true,
      [](Scene& s) {
@@ -199,7 +185,7 @@ constexpr Case kIPCCases[] = {
        void* const view = fieldsOf(memory.handle).address;
        return framed(Func::OSSHIPCMemory_create, ECF_OK,
                      joined({{memory.parameters()},
-                             attributes(),
+                             securityAttributes(),
                              {data(Func::OSSHIPCMemory_create, 110, bytesOf(view))}}));
      }},
     {Func::OSSHIPCMemory_create, false,
@@ -230,7 +216,7 @@ constexpr Case kIPCCases[] = {
            Func::OSSHIPCMemory_create, [&] { return memory.handle.create(&memory.param); },
            kInvalidParameter,
            joined({{memory.parameters()},
-                   attributes(),
+                   securityAttributes(),
                    {error(Func::OSSHIPCMemory_create, 80, kInvalidParameter),
                     data(Func::OSSHIPCMemory_create, 80, bytesOf(null))}}));
      }},
@@ -356,7 +342,7 @@ constexpr Case kIPCCases[] = {
        Semaphore semaphore;
        return s.plain(
            Func::OSSHIPCSemaphore_create, [&] { return semaphore.handle.create(&semaphore.param); },
-           ECF_OK, attributes());
+           ECF_OK, securityAttributes());
      }},
     {Func::OSSHIPCSemaphore_create, false,
      [](Scene& s) {
@@ -364,7 +350,7 @@ constexpr Case kIPCCases[] = {
        const Semaphore semaphore;
        return s.refused(
            {Func::OSSHIPCSemaphore_create, 80, SysCall::CreateSemaphoreA, "CreateSemaphoreA"},
-           [&] { return handle.create(&semaphore.param); }, attributes());
+           [&] { return handle.create(&semaphore.param); }, securityAttributes());
      }},
     {Func::OSSHIPCSemaphore_destroy, true,
      [](Scene& s) {

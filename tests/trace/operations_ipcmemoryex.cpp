@@ -22,9 +22,7 @@ Trace formed(const std::string& name) {
 
 // What comes before the section is made.
 Trace attributesAndName(const std::string& name) {
-  return joined({framed(Func::ossInitSecurityAttributes, ECF_OK,
-                        framed(Func::ossInitSecurityAttributes2, ECF_OK)),
-                 formed("OSSEIPC120" + name)});
+  return joined({securityAttributes(), formed("OSSEIPC120" + name)});
 }
 
 struct Extended {
@@ -149,8 +147,7 @@ constexpr Case kMemoryExCases[] = {
            joined({formed(privateName()),
                    framed(Func::OSSHIPCMemory_create, ECF_OK,
                           joined({{data(Func::OSSHIPCMemory_create, 10, bytesOf(param))},
-                                  framed(Func::ossInitSecurityAttributes, ECF_OK,
-                                         framed(Func::ossInitSecurityAttributes2, ECF_OK)),
+                                  securityAttributes(),
                                   {data(Func::OSSHIPCMemory_create, 110, bytesOf(view))}}))}));
      }},
     {Func::OSSHIPCPrivateMemory_create, false,

@@ -18,24 +18,37 @@ BOOL startMadeUpChild(Call& call) {
   return TRUE;
 }
 
-OSSErr startProgram(uint64_t flags) {
+OSSErr startProgram(uint64_t flags, const char* arguments = nullptr) {
   OSSHProcess process;
   OSSProcessParam param;
   param.program = "a";
+  param.arguments = arguments;
   param.flags = flags;
   return process.create(&param, nullptr, nullptr);
 }
 
-Trace securityAttributes() {
-  return framed(Func::ossInitSecurityAttributes, ECF_OK,
-                framed(Func::ossInitSecurityAttributes2, ECF_OK));
-}
-
 // Of the half that starts the child, with what comes behind the security attributes.
 Trace started(OSSErr rc, const Trace& rest = {}) {
-  Trace within = securityAttributes();
-  within.insert(within.end(), rest.begin(), rest.end());
-  return framed(Func::OSSHProcess_createProcess, rc, within);
+  return framed(Func::OSSHProcess_createProcess, rc, joined({securityAttributes(), rest}));
+}
+
+// A command line for which there is no memory: the program alone, or with its arguments.
+Trace withoutMemory(Scene& s, int allocation, uint16_t probe) {
+  FailingCall fails("malloc", ERROR_NOT_ENOUGH_MEMORY, {.onCall = allocation});
+  return s.plain(
+      Func::OSSHProcess_create, [] { return startProgram(0, "b\0"); }, ECF_NO_MEMORY,
+      framed(Func::OSSHProcess_createProcess, ECF_NO_MEMORY,
+             {error(Func::OSSHProcess_createProcess, probe, ECF_NO_MEMORY)}));
+}
+
+// A child that is waited for in vain: the system's answer to one call of the half that waits, and
+// what that half records before its exit.
+Trace waitedInVain(Scene& s, const char* call, Word result, OSSErr rc, const Trace& within) {
+  ImportHook child("CreateProcessA", startMadeUpChild);
+  FailingCall fails(call, ERROR_ACCESS_DENIED, {.result = result});
+  return s.plain(
+      Func::OSSHProcess_create, [] { return startProgram(OSS_PROCESS_SYNCHRONOUS); }, rc,
+      started(rc, framed(Func::OSSHProcess_wait, rc, within)));
 }
 
 // ---- Libraries ----
@@ -98,6 +111,15 @@ constexpr Case kProcessCases[] = {
        return s.plain(
            Func::OSSHProcess_create, [] { return startProgram(0); }, ECF_OK, started(ECF_OK));
      }},
+    {Func::OSSHProcess_createProcess, false, [](Scene& s) { return withoutMemory(s, 1, 10); }},
+    {Func::OSSHProcess_createProcess, false, [](Scene& s) { return withoutMemory(s, 2, 20); }},
+    {Func::OSSHProcess_createProcess, false,
+     [](Scene& s) {
+       FailingCall fails("InitializeSecurityDescriptor", ERROR_INVALID_HANDLE);
+       return s.plain(
+           Func::OSSHProcess_create, [] { return startProgram(0); }, ECF_INVALID_PARAMETER,
+           framed(Func::OSSHProcess_createProcess, ECF_INVALID_PARAMETER, refusedAttributes()));
+     }},
     // The error is the inner half's to tell.
     {Func::OSSHProcess_createProcess, false,
      [](Scene& s) {
@@ -117,13 +139,18 @@ constexpr Case kProcessCases[] = {
      }},
     {Func::OSSHProcess_wait, false,
      [](Scene& s) {
-       constexpr OSSErr kDenied = 0x90000001;
-       ImportHook child("CreateProcessA", startMadeUpChild);
-       FailingCall fails("GetExitCodeProcess", ERROR_ACCESS_DENIED);
-       return s.plain(
-           Func::OSSHProcess_create, [] { return startProgram(OSS_PROCESS_SYNCHRONOUS); }, kDenied,
-           started(kDenied, framed(Func::OSSHProcess_wait, kDenied,
-                                   {error(Func::OSSHProcess_wait, 70, kDenied)})));
+       return waitedInVain(s, "WaitForSingleObject", WAIT_FAILED, ECF_ACCESS_DENIED,
+                           {error(Func::OSSHProcess_wait, 50, ECF_ACCESS_DENIED)});
+     }},
+    // Found by the half itself: no error of the system's.
+    {Func::OSSHProcess_wait, false,
+     [](Scene& s) {
+       return waitedInVain(s, "WaitForSingleObject", WAIT_ABANDONED, ECF_FAILED, {});
+     }},
+    {Func::OSSHProcess_wait, false,
+     [](Scene& s) {
+       return waitedInVain(s, "GetExitCodeProcess", FALSE, ECF_ACCESS_DENIED,
+                           {error(Func::OSSHProcess_wait, 70, ECF_ACCESS_DENIED)});
      }},
     {Func::OSSHLibrary_load, true,
      [](Scene& s) {

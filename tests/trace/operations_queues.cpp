@@ -33,12 +33,9 @@ class Queue {
   OSSHIPCQueue handle;
 };
 
-// The security attributes of an object, and an object that is made with them.
-Trace attributes() {
-  return framed(Func::ossInitSecurityAttributes, ECF_OK,
-                framed(Func::ossInitSecurityAttributes2, ECF_OK));
+Trace semaphoreMade() {
+  return framed(Func::OSSHIPCSemaphore_create, ECF_OK, securityAttributes());
 }
-Trace semaphoreMade() { return framed(Func::OSSHIPCSemaphore_create, ECF_OK, attributes()); }
 
 // The record with which the queue makes its section.
 TraceEvidence sectionParameters(const OSSIPCQueueCreateParam& param) {
@@ -58,7 +55,7 @@ constexpr Case kQueueCases[] = {
            Func::OSSHIPCQueue_create, ECF_OK,
            joined({framed(Func::OSSHIPCMemory_create, ECF_OK,
                           joined({{sectionParameters(queue.param)},
-                                  attributes(),
+                                  securityAttributes(),
                                   {data(Func::OSSHIPCMemory_create, 110, bytesOf(view))}})),
                    semaphoreMade(), semaphoreMade(), framed(Func::OSSHIPCSemaphore_wait, ECF_OK),
                    framed(Func::OSSHIPCSemaphore_wait, ECF_OK),

@@ -40,11 +40,49 @@ char g_text[300];
 OSSErr userName(const OSSUserParam& param) { return ossGetCurrentUserName(&param, g_text); }
 OSSErr userDisplay(const OSSUserParam& param) { return ossGetCurrentUserDisplay(&param, g_text); }
 
+// What a refusal leaves open: the token of an operation, which is closed for it.
+class LostToken {
+ public:
+  LostToken()
+      : opens_("OpenProcessToken", [this](Call& call) {
+          const Word result = call.passOn();
+          token_ = *call.argument<HANDLE*>(2);
+          return result;
+        }) {}
+  ~LostToken() { EXPECT_TRUE(::CloseHandle(token_)); }
+  LostToken(const LostToken&) = delete;
+  LostToken& operator=(const LostToken&) = delete;
+
+ private:
+  HANDLE token_ = nullptr;
+  ImportHook opens_;
+};
+
+Trace refusedDisplay(Scene& s, uint16_t probe, SysCall call, const char* name) {
+  const LostToken token;
+  return s.refused({Func::ossGetCurrentUserDisplay, probe, call, name},
+                   [] { return userDisplay(kUserParam); },
+                   {data(Func::ossGetCurrentUserDisplay, 10, bytesOf(kUserParam))});
+}
+
 OSSErr diskInfo(const char* path) {
   OSSDiskInfoParam param;
   param.path = path;
   OSSDiskInfo info;
   return ossGetDiskInfo(&param, &info);
+}
+
+// The facts of a directory on which a volume is mounted.
+OSSErr mountedVolume() {
+  ImportHook attributes("GetFileAttributesA", [](Call&) {
+    return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  });
+  return diskInfo("C:\\mount");
+}
+// Plays the part of the system, which does not tell what volume it is.
+BOOL WINAPI refuseName(const char*, char*, DWORD) {
+  ::SetLastError(ERROR_NOT_READY);
+  return FALSE;
 }
 
 // A listing that has begun.
@@ -194,6 +232,12 @@ constexpr Case kSysInfoCases[] = {
            [] { return userDisplay(kUserParam); },
            {data(Func::ossGetCurrentUserDisplay, 10, bytesOf(kUserParam))});
      }},
+    {Func::ossGetCurrentUserDisplay, false,
+     [](Scene& s) {
+       return refusedDisplay(s, 40, SysCall::GetTokenInformation, "GetTokenInformation");
+     }},
+    {Func::ossGetCurrentUserDisplay, false,
+     [](Scene& s) { return refusedDisplay(s, 50, SysCall::CloseHandle, "CloseHandle"); }},
     {Func::OSSMountListing_begin, true,
      [](Scene& s) {
        OSSMountListing listing;
@@ -217,6 +261,13 @@ constexpr Case kSysInfoCases[] = {
        return s.refused({Func::OSSMountListing_getNext, 40, SysCall::GetVolumeInformationA,
                          "GetVolumeInformationA"},
                         [&] { return drives.next(); });
+     }},
+    {Func::OSSMountListing_getNext, false,
+     [](Scene& s) {
+       Drives drives;
+       return s.refused(
+           {Func::OSSMountListing_getNext, 50, SysCall::GetDiskFreeSpaceExA, "GetDiskFreeSpaceExA"},
+           [&] { return drives.next(); });
      }},
     // An end is expected: traced, and no error point.
     {Func::OSSMountListing_getNext, false,
@@ -252,6 +303,23 @@ constexpr Case kSysInfoCases[] = {
            {Func::ossGetDiskInfo, 25, SysCall::GetFileAttributesA, "GetFileAttributesA",
             INVALID_FILE_ATTRIBUTES},
            [&] { return diskInfo(s.dir.path().c_str()); }, framed(Func::ossIsNTVolume, 0));
+     }},
+    {Func::ossGetDiskInfo, false,
+     [](Scene& s) {
+       return s.refused({Func::ossGetDiskInfo, 10, SysCall::GetModuleHandleA, "GetModuleHandleA"},
+                        &mountedVolume);
+     }},
+    {Func::ossGetDiskInfo, false,
+     [](Scene& s) {
+       return s.refused({Func::ossGetDiskInfo, 10, SysCall::GetProcAddress, "GetProcAddress"},
+                        &mountedVolume);
+     }},
+    {Func::ossGetDiskInfo, false,
+     [](Scene& s) {
+       ImportHook lookUp("GetProcAddress",
+                         [](Call&) { return reinterpret_cast<void*>(&refuseName); });
+       return s.plain(Func::ossGetDiskInfo, &mountedVolume, ECF_FILE_DEVICE_UNAVAILABLE,
+                      {error(Func::ossGetDiskInfo, 20, ECF_FILE_DEVICE_UNAVAILABLE)});
      }},
     {Func::ossGetDiskInfo, false,
      [](Scene& s) {

@@ -31,12 +31,6 @@ struct Waitpost {
   OSSHIPCWaitpost handle;
 };
 
-// Named objects get their security attributes from two operations of their own.
-Trace securityAttributes() {
-  return framed(Func::ossInitSecurityAttributes, ECF_OK,
-                framed(Func::ossInitSecurityAttributes2, ECF_OK));
-}
-
 // One that is played on a waitpost that exists, and ends it.
 template <class Play>
 Trace onAWaitpost(Play play) {

@@ -48,6 +48,21 @@ inline Trace joined(std::initializer_list<Trace> parts) {
   return trace;
 }
 
+// The security attributes of an object that is being made, as they are built and as the system
+// refuses a descriptor for them.
+inline Trace securityAttributes() {
+  using oss::Func;
+  return framed(Func::ossInitSecurityAttributes, ECF_OK,
+                framed(Func::ossInitSecurityAttributes2, ECF_OK));
+}
+inline Trace refusedAttributes(uint16_t probe = 10) {
+  using oss::Func;
+  constexpr OSSErr kRefused = ECF_INVALID_PARAMETER;  // that is ERROR_INVALID_HANDLE
+  return framed(Func::ossInitSecurityAttributes, kRefused,
+                framed(Func::ossInitSecurityAttributes2, kRefused,
+                       {error(Func::ossInitSecurityAttributes2, probe, kRefused)}));
+}
+
 // What an operation is played on.
 class Scene : public TraceTest {
  protected:
