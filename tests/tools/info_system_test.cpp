@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "commands.h"
 #include "harness/importhook.h"
@@ -81,6 +83,96 @@ TEST_F(MachineInfo, AnOutputThatCannotBeWrittenFails) {
   const TempDirectory dir;
   const InfoCommand command = {.json = false, .output = dir.file("missing\\output")};
   EXPECT_EQ(command.run(), oss::tool::kFailed);
+}
+
+// ---- A machine with the drive C: alone ----
+
+// Only what the test refuses keeps it from telling all of its drive.
+class OneDrive : public MachineInfo {
+ protected:
+  // The lines of the drive in the table; of the blanks that pad a column two are left.
+  static std::string driveInTable() {
+    const std::string table = written(false);
+    const size_t start = table.find(std::string(kDrive) + '\n');
+    EXPECT_NE(start, std::string::npos);
+    const std::string padded = table.substr(start, table.find("\n\n", start) + 1 - start);
+    return std::regex_replace(padded, std::regex(" {3,}"), "  ");
+  }
+  static std::string driveInJson() {
+    return nlohmann::ordered_json::parse(written(true)).at(kDrive).dump();
+  }
+
+  static constexpr const char* kDrive = "drive C:\\";
+
+ private:
+  ImportHook strings_{"GetLogicalDriveStringsA", [](Call& call) {
+                        constexpr char kRoots[] = "C:\\\0";
+                        std::memcpy(call.argument<char*>(1), kRoots, sizeof kRoots);
+                        return sizeof kRoots - 2;
+                      }};
+  ImportHook space_{"GetDiskFreeSpaceExA", [](Call& call) {
+                      call.argument<ULARGE_INTEGER*>(2)->QuadPart = 5 << 20;
+                      call.argument<ULARGE_INTEGER*>(3)->QuadPart = 3 << 20;
+                      return TRUE;
+                    }};
+};
+
+// The listing and the disk are both asked for the volume.
+TEST_F(OneDrive, AVolumeThatIsRefusedLeavesTheDriveWithItsType) {
+  ImportHook volume("GetVolumeInformationA", [](Call&) {
+    ::SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+  });
+  EXPECT_EQ(driveInTable(),
+            "drive C:\\\n"
+            "  volume  -  ECF_ACCESS_DENIED\n"
+            "  file system  -  ECF_ACCESS_DENIED\n"
+            "  total  -  ECF_ACCESS_DENIED\n"
+            "  free  -  ECF_ACCESS_DENIED\n"
+            "  serial number  -  ECF_FAILED\n"
+            "  drive type  stationary  OK\n");
+  EXPECT_EQ(driveInJson(), R"({"volume":{"value":null,"status":"ECF_ACCESS_DENIED"},)"
+                           R"("file system":{"value":null,"status":"ECF_ACCESS_DENIED"},)"
+                           R"("total":{"value":null,"unit":"MiB","status":"ECF_ACCESS_DENIED"},)"
+                           R"("free":{"value":null,"unit":"MiB","status":"ECF_ACCESS_DENIED"},)"
+                           R"("serial number":{"value":null,"status":"ECF_FAILED"},)"
+                           R"("drive type":{"value":"stationary","status":"OK"}})");
+}
+
+BOOL WINAPI refuseName(const char*, char*, DWORD) {
+  ::SetLastError(ERROR_NOT_READY);
+  return FALSE;
+}
+
+// What the listing tells is told; what hangs on the name of the volume is not.
+TEST_F(OneDrive, AMountedVolumeWhoseNameIsRefusedHasNeitherSerialNumberNorType) {
+  ImportHook volume("GetVolumeInformationA", [](Call& call) {
+    std::strcpy(call.argument<char*>(1), "System");
+    std::strcpy(call.argument<char*>(6), "NTFS");
+    return TRUE;
+  });
+  ImportHook attributes("GetFileAttributesA", [](Call&) {
+    return FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  });
+  ImportHook lookUp("GetProcAddress", [](Call& call) -> void* {
+    if (call.argument<const char*>(1) == std::string("GetVolumeNameForVolumeMountPointA"))
+      return reinterpret_cast<void*>(&refuseName);
+    return reinterpret_cast<void*>(call.passOn());
+  });
+  EXPECT_EQ(driveInTable(),
+            "drive C:\\\n"
+            "  volume  System  OK\n"
+            "  file system  NTFS  OK\n"
+            "  total  5 MiB  OK\n"
+            "  free  3 MiB  OK\n"
+            "  serial number  -  ECF_FAILED\n"
+            "  drive type  -  ECF_FAILED\n");
+  EXPECT_EQ(driveInJson(), R"({"volume":{"value":"System","status":"OK"},)"
+                           R"("file system":{"value":"NTFS","status":"OK"},)"
+                           R"("total":{"value":5,"unit":"MiB","status":"OK"},)"
+                           R"("free":{"value":3,"unit":"MiB","status":"OK"},)"
+                           R"("serial number":{"value":null,"status":"ECF_FAILED"},)"
+                           R"("drive type":{"value":null,"status":"ECF_FAILED"}})");
 }
 
 }  // namespace
