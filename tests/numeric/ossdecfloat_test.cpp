@@ -1,4 +1,4 @@
-// Tests of decimal floating point: construction, text, rounding, doubles, the two formats.
+// Tests of decimal floating point: construction, text, doubles, the two formats.
 #include "ossdecfloat.h"
 
 #include <gtest/gtest.h>
@@ -13,11 +13,6 @@
 namespace {
 
 constexpr double kInfiniteDouble = std::numeric_limits<double>::infinity();
-
-constexpr OSSDecfloatRounding kAllRoundings[] = {
-    OSS_DECFLOAT_ROUND_HALF_EVEN, OSS_DECFLOAT_ROUND_HALF_UP, OSS_DECFLOAT_ROUND_DOWN,
-    OSS_DECFLOAT_ROUND_CEILING,   OSS_DECFLOAT_ROUND_FLOOR,   OSS_DECFLOAT_ROUND_HALF_DOWN,
-    OSS_DECFLOAT_ROUND_UP,        OSS_DECFLOAT_ROUND_NONE};
 
 // ---- Construction ----
 
@@ -252,56 +247,6 @@ TEST(DecfloatFromText, DigitsOfAnyNumberCountDownToTheLast) {
   const std::string zeros(300, '0');
   EXPECT_EQ(read16((zeros + "7." + zeros).c_str()).text, "7.000000000000000");
   EXPECT_EQ(read16(("0." + zeros + "7E+301").c_str()), (Read{ECF_OK, "7"}));
-}
-
-// ---- Rounding ----
-
-// The last digit that is kept, under each rounding in the order of their numbers.
-std::string lastDigits(const char* text) {
-  std::string digits;
-  for (const OSSDecfloatRounding rounding : kAllRoundings) {
-    const Read number = read16(text, rounding);
-    EXPECT_EQ(number.rc, ECF_OK);
-    digits += number.text.back();
-  }
-  return digits;
-}
-
-TEST(DecfloatRounding, EachModeGoesItsWayFromBelowAtAndAboveTheHalf) {
-  EXPECT_EQ(lastDigits("1000000000000001.4"), "11121121");
-  EXPECT_EQ(lastDigits("1000000000000001.5"), "22121121");
-  EXPECT_EQ(lastDigits("1000000000000001.6"), "22121221");
-  EXPECT_EQ(lastDigits("-1000000000000001.4"), "11112121");
-  EXPECT_EQ(lastDigits("-1000000000000001.5"), "22112121");
-  EXPECT_EQ(lastDigits("-1000000000000001.6"), "22112221");
-  EXPECT_EQ(lastDigits("1000000000000002.5"), "23232232");
-  EXPECT_EQ(lastDigits("1000000000000002.0"), "22222222");
-}
-
-TEST(DecfloatRounding, ModesZeroToSevenAreAcceptedAndNoOther) {
-  OSSDecfloat16 number;
-  for (const OSSDecfloatRounding rounding : kAllRoundings)
-    EXPECT_EQ(number.setRoundingMode(rounding), ECF_OK);
-  for (const uint32_t value : {8U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU})
-    EXPECT_EQ(number.setRoundingMode(static_cast<OSSDecfloatRounding>(value)),
-              ECF_DECFLOAT_INVALID_ROUNDING_MODE);
-}
-
-TEST(DecfloatRounding, ARefusedModeLeavesModeAndNumber) {
-  OSSDecfloat16 number("1.5");
-  EXPECT_EQ(number.setRoundingMode(OSS_DECFLOAT_ROUND_UP), ECF_OK);
-  EXPECT_EQ(number.fromString("2.5", static_cast<OSSDecfloatRounding>(8)),
-            ECF_DECFLOAT_INVALID_ROUNDING_MODE);
-  EXPECT_EQ(textOf(number), "1.5");
-  EXPECT_EQ(number.fromString("10000000000000001"), ECF_OK);
-  EXPECT_EQ(textOf(number), "1.000000000000001E+16");
-}
-
-TEST(DecfloatRounding, AModeHoldsForTheConversionsThatFollow) {
-  OSSDecfloat16 number;
-  EXPECT_EQ(number.fromString("1", OSS_DECFLOAT_ROUND_UP), ECF_OK);
-  EXPECT_EQ(number.fromUInt64(10000000000000001U), ECF_OK);
-  EXPECT_EQ(textOf(number), "1.000000000000001E+16");
 }
 
 // ---- To text ----
