@@ -2,19 +2,15 @@
 // of its format; its encoding is a canonical one, which means the same number and is encoded as it
 // is; the text of the number means it, too.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "tests/fuzz/require.h"
 #include "tests/numeric/decimalnumber.h"
 
 namespace {
 
 using namespace oss;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void checkPattern(const uint8_t* data, uint32_t format) {
   DecimalContext context = decimalContext(format);

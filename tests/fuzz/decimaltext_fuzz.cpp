@@ -2,21 +2,17 @@
 // is within its format; its text reads back as the same number without a condition; the text is
 // written whole or not at all; the integers and the other format agree with the text.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
 #include "ossdecfloat.h"
+#include "tests/fuzz/require.h"
 #include "tests/numeric/decimalnumber.h"
 
 namespace {
 
 using namespace oss;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 int32_t digitsIn(const DecimalNumber& number) {
   for (int32_t unit = kCoefficientUnits; unit-- != 0;)

@@ -3,12 +3,13 @@
 // it returns is what a second reader, by the plain reading of the rules, finds in the same bytes.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "tests/fuzz/input.h"
+#include "tests/fuzz/require.h"
 #include "tests/trace/dumpbuilder.h"
 #include "tests/trace/memorysource.h"
 #include "trace/dumpheader.h"
@@ -18,29 +19,6 @@ namespace {
 
 using namespace oss;
 using namespace oss::dumps;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-// Takes numbers from the input's front; behind its end they are 0.
-class Input {
- public:
-  Input(const uint8_t* data, size_t size) : bytes_(reinterpret_cast<const char*>(data), size) {}
-
-  template <class T>
-  T take() {
-    T value = 0;
-    const size_t count = std::min(sizeof value, bytes_.size());
-    if (count != 0) std::memcpy(&value, bytes_.data(), count);
-    bytes_.remove_prefix(count);
-    return value;
-  }
-  std::string_view rest() const { return bytes_; }
-
- private:
-  std::string_view bytes_;
-};
 
 // ---- The second reader ----
 
@@ -190,7 +168,7 @@ void checkTrace(const std::string& file, uint64_t room) {
 void writeRecords(Input& input, SlotArea& area, uint32_t counter) {
   const uint64_t slots = area.bytes().size() / RAMBO_SLOT;
   uint32_t sequence = counter - input.take<uint16_t>();
-  while (!input.rest().empty()) {
+  while (!input.isEmpty()) {
     const auto action = input.take<uint8_t>();
     const auto count = static_cast<uint16_t>(
         1 + (action < 224 ? action % 5 : input.take<uint16_t>() % RAMBO_CHUNK_SLOTS));

@@ -1,9 +1,9 @@
 // Sets, deletes and tests what the bytes say in a trace mask and in a model of it. What must hold:
 // both answer the same, the counts of points agree, and every node of the table is in its place.
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 
+#include "tests/fuzz/require.h"
 #include "tests/trace/gtmmaskmodel.h"
 
 using namespace oss::gtm_model;
@@ -12,10 +12,6 @@ namespace {
 
 constexpr size_t kStepBytes = 6;
 constexpr size_t kMostSteps = 64;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 // Small numbers, the largest ones, and in between what stands for all and what there is no room
 // for.

@@ -2,39 +2,14 @@
 // hold: a name that a look-up gives is found again by a search, and a name that a search finds is
 // the one that was searched for.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "osscatalog.h"
+#include "tests/fuzz/input.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-// Takes numbers from the input's front; behind its end they are 0.
-class Input {
- public:
-  Input(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-
-  template <class T>
-  T take() {
-    T value = 0;
-    const size_t count = size_ < sizeof value ? size_ : sizeof value;
-    if (count != 0) std::memcpy(&value, data_, count);
-    data_ += count;
-    size_ -= count;
-    return value;
-  }
-
-  std::string rest() const { return std::string(data_, data_ + size_); }
-
- private:
-  const uint8_t* data_;
-  size_t size_;
-};
 
 bool same(const char* a, const char* b) { return a != nullptr && std::strcmp(a, b) == 0; }
 
@@ -105,6 +80,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   checkSystemError(call, input.take<uint64_t>());
   const uint32_t product = input.take<uint32_t>();
   const uint32_t component = input.take<uint32_t>();
-  checkName(product, component, input.rest());
+  checkName(product, component, std::string(input.rest()));
   return 0;
 }

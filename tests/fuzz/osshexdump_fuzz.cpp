@@ -1,22 +1,18 @@
 // Dumps any bytes with any flags into any room. What must hold: the text is the second writer's, it
 // stays in its buffer, and no byte outside the region is read.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
 #include "osshexdump.h"
+#include "tests/fuzz/require.h"
 #include "tests/log/osshexdump_text.h"
 
 namespace {
 
 using oss::hexdump_text::expectedDump;
 using oss::hexdump_text::expectedLine;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void checkLine(const uint8_t* bytes, size_t count, uint64_t flags) {
   const auto line = std::make_unique<char[]>(OSS_HEXDUMP_LINE);  // its bounds are watched

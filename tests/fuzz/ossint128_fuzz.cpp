@@ -2,17 +2,13 @@
 // the compiler's own 128-bit types.
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "tests/fuzz/require.h"
 #include "tests/numeric/native128.h"
 
 namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void checkArithmetic(Native x, Native y) {
   const Uint128 ux(fromNative(x)), uy(fromNative(y));

@@ -2,56 +2,18 @@
 // ends in a NUL, keeps the columns of its header, does not depend on what comes behind it, and its
 // place reads back as the numbers that were written.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "log/osslogrecord.h"
+#include "tests/fuzz/input.h"
+#include "tests/fuzz/require.h"
 
 namespace {
 
 using namespace oss;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
-
-// Takes numbers and bytes from the input's front; behind its end numbers are 0.
-class Input {
- public:
-  Input(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-
-  template <class T>
-  T take() {
-    T value = 0;
-    const size_t count = size_ < sizeof value ? size_ : sizeof value;
-    if (count != 0) std::memcpy(&value, data_, count);
-    drop(count);
-    return value;
-  }
-
-  // A block of its own, exactly as long as it says, so that no byte behind it can be read.
-  std::unique_ptr<uint8_t[]> takeBlock(size_t& size) {
-    size = size < size_ ? size : size_;
-    auto block = std::make_unique<uint8_t[]>(size);
-    if (size != 0) std::memcpy(block.get(), data_, size);
-    drop(size);
-    return block;
-  }
-
-  bool isEmpty() const { return size_ == 0; }
-
- private:
-  void drop(size_t count) {
-    data_ += count;
-    size_ -= count;
-  }
-
-  const uint8_t* data_;
-  size_t size_;
-};
 
 LogEvent takeEvent(Input& input) {
   LogEvent event = {};

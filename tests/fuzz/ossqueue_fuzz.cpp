@@ -8,15 +8,12 @@
 #include <deque>
 #include <string>
 
+#include "tests/fuzz/require.h"
 #include "tests/ipc/queueblock.h"
 
 namespace {
 
 using osse_test::QueueBlock;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 class Input {
  public:

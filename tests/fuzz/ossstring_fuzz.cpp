@@ -2,19 +2,15 @@
 // reading of their rules: one digit at a time, over 128 bits.
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "osscatalog.h"
 #include "ossstring.h"
+#include "tests/fuzz/require.h"
 #include "tests/numeric/native128.h"
 
 namespace {
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 constexpr Native kWord = Native{1} << 64;
 

@@ -2,11 +2,11 @@
 // outside the bytes is read; sections lie behind each other; the JSON parses, and the text has no
 // control characters; every reference in the minidump stays inside it.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "tests/fuzz/require.h"
 #include "tests/tools/trapparts.h"
 #include "trap/minidump.h"
 #include "trap/showtext.h"
@@ -14,10 +14,6 @@
 namespace {
 
 using namespace oss::tool;
-
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 // A file of few words on its stack: more of them teach nothing, and cost time.
 std::string smallFile() {
