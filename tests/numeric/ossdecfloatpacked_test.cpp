@@ -213,16 +213,22 @@ TEST(DecfloatPacked, EveryPlaceReadsEveryDecletAndWritesTheCanonicalOne) {
   EXPECT_EQ(wide, 11u * 24);
 }
 
+// The text of what comes back from a number's encoding.
+template <class Number, size_t kSize>
+std::string textFromPacked(const Number& number) {
+  std::array<uint8_t, kSize> packed{};
+  EXPECT_EQ(number.toDecPacked(packed.data(), kSize), ECF_OK);
+  Number again;
+  EXPECT_EQ(again.fromDecPacked(packed.data(), kSize), ECF_OK);
+  return textOf(again);
+}
+
 template <class Number, size_t kSize>
 void expectZerosOfEveryExponent(int32_t least, int32_t most) {
   for (int32_t exponent = least; exponent <= most; ++exponent) {
     for (const char* sign : {"", "-"}) {
       const Number zero((sign + std::string("0E") + std::to_string(exponent)).c_str());
-      std::array<uint8_t, kSize> packed{};
-      ASSERT_EQ(zero.toDecPacked(packed.data(), kSize), ECF_OK);
-      Number again;
-      ASSERT_EQ(again.fromDecPacked(packed.data(), kSize), ECF_OK);
-      ASSERT_EQ(textOf(again), textOf(zero));
+      ASSERT_EQ((textFromPacked<Number, kSize>(zero)), textOf(zero));
     }
   }
 }
@@ -240,13 +246,9 @@ void expectEveryDigitInEveryPlace(size_t digits) {
       for (char digit = '0'; digit <= '9'; ++digit) {
         std::string text(digits, other);
         text[place] = digit;
-        const Number number(text.c_str());
-        std::array<uint8_t, kSize> packed{};
-        ASSERT_EQ(number.toDecPacked(packed.data(), kSize), ECF_OK);
-        Number again;
-        ASSERT_EQ(again.fromDecPacked(packed.data(), kSize), ECF_OK);
         const size_t zeros = text.find_first_not_of('0');
-        ASSERT_EQ(textOf(again), zeros == std::string::npos ? "0" : text.substr(zeros));
+        ASSERT_EQ((textFromPacked<Number, kSize>(Number(text.c_str()))),
+                  zeros == std::string::npos ? "0" : text.substr(zeros));
       }
     }
   }
