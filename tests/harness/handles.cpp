@@ -23,7 +23,7 @@ size_t countedOneByOne() {
 
 size_t openHandles() {
   DWORD count = 0;
-  // Wine succeeds without counting.
+  // Wine does not count them: it succeeds with 0, which no process has.
   if (::GetProcessHandleCount(::GetCurrentProcess(), &count) && count != 0) return count;
   return countedOneByOne();
 }

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "harness/wine.h"
 #include "sysinfo/osssysinfofixture.h"
 #include "trace/tracefixture.h"
 
@@ -311,14 +312,12 @@ TEST_F(CPUUsage, AQueryThatDoesNotCloseFailsWithTheValuesAsTold) {
 
 // Wine knows the first counter only, and so the second one ends it.
 TEST_F(CPUUsage, TheSystemTellsAllCountersOrNone) {
-  const bool isWine =
-      ::GetProcAddress(::GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
   start();
   Record record = recordOf(0);
   Record expected = record;
   expectFailed(expected.record());
   const OSSErr rc = oss::ossGetCPUUsage(record.get());
-  if (isWine) {
+  if (isUnderWine()) {
     EXPECT_EQ(rc, ECF_FAILED);
     EXPECT_EQ(record.differenceFrom(expected), "");
     EXPECT_EQ(records(), framed(ECF_FAILED, {point(40, kRefused)}));
