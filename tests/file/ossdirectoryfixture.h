@@ -2,13 +2,13 @@
 // do: the inside of a listing, and trees as values.
 #pragma once
 
-#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "file/osspathfixture.h"
+#include "harness/fields.h"
 #include "ossdirectory.h"
 
 namespace osse_test {
@@ -38,12 +38,9 @@ struct ListingFields {
   bool rewind;
   bool active;
 };
-static_assert(sizeof(ListingFields) == sizeof(OSSDirectoryListing));
 
 inline ListingFields fieldsOf(const OSSDirectoryListing& listing) {
-  ListingFields fields;
-  std::memcpy(&fields, &listing, sizeof fields);
-  return fields;
+  return copyOf<ListingFields>(listing);
 }
 
 // The names that getNext() has left to hand out.

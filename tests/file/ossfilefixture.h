@@ -5,10 +5,10 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
-#include <cstring>
 #include <ostream>
 #include <string>
 
+#include "harness/fields.h"
 #include "harness/handles.h"
 #include "harness/importhook.h"
 #include "harness/logcapture.h"
@@ -32,13 +32,8 @@ struct HandleFields {
 
   bool operator==(const HandleFields&) const = default;
 };
-static_assert(sizeof(HandleFields) == sizeof(OSSHFile));
 
-inline HandleFields fieldsOf(const OSSHFile& file) {
-  HandleFields fields;
-  std::memcpy(&fields, &file, sizeof fields);
-  return fields;
-}
+inline HandleFields fieldsOf(const OSSHFile& file) { return copyOf<HandleFields>(file); }
 
 inline void PrintTo(const HandleFields& fields, std::ostream* out) {
   *out << "{file " << fields.file << ", mapping " << fields.mapping << ", view " << fields.view

@@ -10,6 +10,7 @@
 #include <string>
 #include <type_traits>
 
+#include "harness/fields.h"
 #include "harness/handles.h"
 #include "harness/importhook.h"
 #include "harness/logcapture.h"
@@ -36,13 +37,8 @@ struct MemoryFields {
 
   bool operator==(const MemoryFields&) const = default;
 };
-static_assert(sizeof(MemoryFields) == sizeof(OSSHIPCMemory));
 
-inline MemoryFields fieldsOf(const OSSHIPCMemory& memory) {
-  MemoryFields fields;
-  std::memcpy(&fields, &memory, sizeof fields);
-  return fields;
-}
+inline MemoryFields fieldsOf(const OSSHIPCMemory& memory) { return copyOf<MemoryFields>(memory); }
 inline void setFields(OSSHIPCMemory& memory, const MemoryFields& fields) {
   std::memcpy(static_cast<void*>(&memory), &fields, sizeof fields);
 }

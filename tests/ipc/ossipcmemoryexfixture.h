@@ -4,6 +4,7 @@
 
 #include <new>
 
+#include "harness/fields.h"
 #include "ipc/ossipcmemoryfixture.h"
 
 namespace osse_test {
@@ -14,12 +15,9 @@ struct MemoryExFields {
   void* address;
   uint64_t size;
 };
-static_assert(sizeof(MemoryExFields) == sizeof(OSSHIPCMemoryEx));
 
 inline MemoryExFields fieldsOf(const OSSHIPCMemoryEx& memory) {
-  MemoryExFields fields;
-  std::memcpy(&fields, static_cast<const void*>(&memory), sizeof fields);
-  return fields;
+  return copyOf<MemoryExFields>(memory);
 }
 
 inline char* textOf(const OSSHIPCMemoryEx& memory) {

@@ -3,9 +3,9 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 
+#include "harness/fields.h"
 #include "ipc/ossipcfixture.h"
 #include "ossipcqueue.h"
 
@@ -18,13 +18,8 @@ struct QueueFields {
   HANDLE spaceSemaphore;
   OSSIPCQueueHeader* header;
 };
-static_assert(sizeof(QueueFields) == sizeof(OSSHIPCQueue));
 
-inline QueueFields fieldsOf(const OSSHIPCQueue& queue) {
-  QueueFields fields;
-  std::memcpy(&fields, static_cast<const void*>(&queue), sizeof fields);
-  return fields;
-}
+inline QueueFields fieldsOf(const OSSHIPCQueue& queue) { return copyOf<QueueFields>(queue); }
 
 inline OSSIPCQueueHeader& headerOf(const OSSHIPCQueue& queue) { return *fieldsOf(queue).header; }
 

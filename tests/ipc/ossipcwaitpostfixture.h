@@ -12,6 +12,7 @@
 #include <tuple>
 #include <vector>
 
+#include "harness/fields.h"
 #include "harness/importhook.h"
 #include "harness/logcapture.h"
 #include "harness/sharedobjects.h"
@@ -91,12 +92,9 @@ struct WaitpostFields {
 
   bool operator==(const WaitpostFields&) const = default;
 };
-static_assert(sizeof(WaitpostFields) == sizeof(OSSHIPCWaitpost));
 
 inline WaitpostFields fieldsOf(const OSSHIPCWaitpost& waitpost) {
-  WaitpostFields fields;
-  std::memcpy(&fields, &waitpost, sizeof fields);
-  return fields;
+  return copyOf<WaitpostFields>(waitpost);
 }
 
 inline void PrintTo(const WaitpostFields& fields, std::ostream* out) {

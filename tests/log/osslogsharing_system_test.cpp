@@ -81,6 +81,19 @@ void expectUniqueAndInOrder(const std::vector<Mark>& marks) {
 
 // ---- Processes ----
 
+// Two children in this role write to the log at once, each until it has done its part.
+void writeFromTwoProcesses(const char* role, const std::string& path) {
+  Event ready, goFirst, goSecond;
+  Child first = startChild(role, {path, ready.name(), goFirst.name()});
+  ASSERT_TRUE(ready.wait());
+  Child second = startChild(role, {path, ready.name(), goSecond.name()});
+  ASSERT_TRUE(ready.wait());
+  goFirst.set();
+  goSecond.set();
+  EXPECT_EQ(first.wait(), 0U);
+  EXPECT_EQ(second.wait(), 0U);
+}
+
 constexpr uint32_t kRecordsOfAProcess = 150;
 
 CHILD_ROLE(writeLogAlone) {
@@ -95,15 +108,7 @@ CHILD_ROLE(writeLogAlone) {
 TEST(LogSharing, ProcessesWaitForEachOther) {
   const TempDirectory dir;
   const std::string path = dir.file("oss.log");
-  Event ready, goFirst, goSecond;
-  Child first = startChild("writeLogAlone", {path, ready.name(), goFirst.name()});
-  ASSERT_TRUE(ready.wait());
-  Child second = startChild("writeLogAlone", {path, ready.name(), goSecond.name()});
-  ASSERT_TRUE(ready.wait());
-  goFirst.set();
-  goSecond.set();
-  EXPECT_EQ(first.wait(), 0U);
-  EXPECT_EQ(second.wait(), 0U);
+  writeFromTwoProcesses("writeLogAlone", path);
 
   const std::vector<Mark> marks = marksIn(path);
   EXPECT_EQ(marks.size(), 2 * kRecordsOfAProcess);
@@ -150,15 +155,7 @@ CHILD_ROLE(writeLogFromThreads) {
 TEST(LogSharing, ThreadsOfTwoProcessesTearNoRecord) {
   const TempDirectory dir;
   const std::string path = dir.file("oss.log");
-  Event ready, goFirst, goSecond;
-  Child first = startChild("writeLogFromThreads", {path, ready.name(), goFirst.name()});
-  ASSERT_TRUE(ready.wait());
-  Child second = startChild("writeLogFromThreads", {path, ready.name(), goSecond.name()});
-  ASSERT_TRUE(ready.wait());
-  goFirst.set();
-  goSecond.set();
-  EXPECT_EQ(first.wait(), 0U);
-  EXPECT_EQ(second.wait(), 0U);
+  writeFromTwoProcesses("writeLogFromThreads", path);
 
   const std::vector<Mark> marks = marksIn(path);
   EXPECT_GE(marks.size(), 2U);

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
-#include <cstring>
 #include <functional>
 #include <optional>
 #include <ostream>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "harness/childprocess.h"
+#include "harness/fields.h"
 #include "harness/handles.h"
 #include "harness/importhook.h"
 #include "harness/logcapture.h"
@@ -52,17 +52,12 @@ struct ProcessFields {
 
   bool operator==(const ProcessFields&) const = default;
 };
-static_assert(sizeof(ProcessFields) == sizeof(OSSHProcess));
 inline void PrintTo(const ProcessFields& fields, std::ostream* out) {
   *out << '{' << (fields.mustWait ? "must wait, " : "") << (fields.created ? "created, " : "")
        << "flags " << fields.flags << ", process " << fields.processHandle << '}';
 }
 
-inline ProcessFields fieldsOf(const OSSHProcess& process) {
-  ProcessFields fields;
-  std::memcpy(&fields, &process, sizeof fields);
-  return fields;
-}
+inline ProcessFields fieldsOf(const OSSHProcess& process) { return copyOf<ProcessFields>(process); }
 
 // ---- Made-up children ----
 

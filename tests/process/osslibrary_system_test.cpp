@@ -2,12 +2,12 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
-#include <cstring>
 #include <iterator>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "harness/fields.h"
 #include "harness/importhook.h"
 #include "harness/logcapture.h"
 #include "harness/tempdir.h"
@@ -34,16 +34,11 @@ struct LibraryFields {
 
   bool operator==(const LibraryFields&) const = default;
 };
-static_assert(sizeof(LibraryFields) == sizeof(OSSHLibrary));
 void PrintTo(const LibraryFields& fields, std::ostream* out) {
   *out << "{module " << fields.module << (fields.loaded ? ", loaded}" : "}");
 }
 
-LibraryFields fieldsOf(const OSSHLibrary& library) {
-  LibraryFields fields;
-  std::memcpy(&fields, &library, sizeof fields);
-  return fields;
-}
+LibraryFields fieldsOf(const OSSHLibrary& library) { return copyOf<LibraryFields>(library); }
 constexpr LibraryFields kEmpty = {nullptr, false};
 
 OSSFunctionAddress addressOf(const char* name) {

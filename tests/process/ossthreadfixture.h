@@ -6,9 +6,9 @@
 #include <windows.h>
 
 #include <atomic>
-#include <cstring>
 #include <ostream>
 
+#include "harness/fields.h"
 #include "harness/handles.h"
 #include "harness/importhook.h"
 #include "harness/logcapture.h"
@@ -34,13 +34,8 @@ struct ThreadFields {
 
   bool operator==(const ThreadFields&) const = default;
 };
-static_assert(sizeof(ThreadFields) == sizeof(OSSHThread));
 
-inline ThreadFields fieldsOf(const OSSHThread& thread) {
-  ThreadFields fields;
-  std::memcpy(&fields, &thread, sizeof fields);
-  return fields;
-}
+inline ThreadFields fieldsOf(const OSSHThread& thread) { return copyOf<ThreadFields>(thread); }
 
 inline void PrintTo(const ThreadFields& fields, std::ostream* out) {
   *out << "{id " << fields.threadID << ", handle " << fields.handle

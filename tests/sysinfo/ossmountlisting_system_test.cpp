@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "harness/fields.h"
 #include "sysinfo/osssysinfofixture.h"
 
 using namespace osse_test;
@@ -31,7 +32,6 @@ struct Fields {
   char* cursor;
   bool active;
 };
-static_assert(sizeof(Fields) == sizeof(OSSMountListing));
 
 class MountListing : public SysInfoTest {
  protected:
@@ -103,11 +103,7 @@ class MountListing : public SysInfoTest {
 
   OSSErr next(OSSMountInfo& info) { return listing_.getNext(&param_, info); }
 
-  Fields fields() const {
-    Fields fields;
-    std::memcpy(&fields, &listing_, sizeof fields);
-    return fields;
-  }
+  Fields fields() const { return copyOf<Fields>(listing_); }
 
   OSSMountListing listing_;
   OSSMountListingGetParam param_;

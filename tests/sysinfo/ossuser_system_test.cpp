@@ -147,15 +147,20 @@ TEST_F(User, ATokenThatIsRefusedLeavesNothingWritten) {
                                        {{2, Hex(DWORD{0x20008})}})));
 }
 
+// Remembers the token that is opened.
+ImportHook remembering(HANDLE& token) {
+  return ImportHook("OpenProcessToken", [&token](Call& call) {
+    const Word result = call.passOn();
+    token = *call.argument<HANDLE*>(2);
+    return result;
+  });
+}
+
 // Deliberate: the token stays open.
 TEST_F(User, ASessionThatIsNotToldLosesTheToken) {
   HANDLE token = nullptr;
   {
-    ImportHook opens("OpenProcessToken", [&](Call& call) {
-      const Word result = call.passOn();
-      token = *call.argument<HANDLE*>(2);
-      return result;
-    });
+    const ImportHook opens = remembering(token);
     FailingCall fails("GetTokenInformation", ERROR_INVALID_HANDLE);
     EXPECT_EQ(ask(ossGetCurrentUserDisplay, kRoom), nothing(ECF_INVALID_PARAMETER));
   }
@@ -171,11 +176,7 @@ TEST_F(User, ATokenThatDoesNotCloseLeavesTheTextWritten) {
   HANDLE token = nullptr;
   {
     const ImportHook session = inSession(3);
-    ImportHook opens("OpenProcessToken", [&](Call& call) {
-      const Word result = call.passOn();
-      token = *call.argument<HANDLE*>(2);
-      return result;
-    });
+    const ImportHook opens = remembering(token);
     FailingCall fails("CloseHandle", ERROR_INVALID_HANDLE);
     EXPECT_EQ(ask(ossGetCurrentUserDisplay, kRoom), written("3", ECF_INVALID_PARAMETER));
   }
