@@ -16,17 +16,14 @@
 #include "slotscan.h"
 #include "stats.h"
 #include "tools/protodecode.h"
+#include "tools/textsink.h"
 
 using namespace oss::tool;
+using osse_test::keep;
 
 namespace {
 
 constexpr int kRecords = 3000;
-
-bool keep(void* text, const char* data, size_t size) {
-  static_cast<std::string*>(text)->append(data, size);
-  return true;
-}
 
 // One, two or more slots; the fields that steer are near their limits, the rest is anything.
 std::vector<uint64_t> randomPayload(std::mt19937_64& random) {

@@ -4,19 +4,16 @@
 #include <gtest/gtest.h>
 
 #include "osscatalog.h"
+#include "tools/textsink.h"
 
 using namespace oss::tool;
+using osse_test::keep;
 
 namespace {
 
 std::string written(const MachineReport& report, void (*write)(const MachineReport&, Output&)) {
   std::string text;
-  Output output(
-      [](void* target, const char* data, size_t size) {
-        static_cast<std::string*>(target)->append(data, size);
-        return true;
-      },
-      &text);
+  Output output(&keep, &text);
   write(report, output);
   EXPECT_TRUE(output.flush());
   return text;

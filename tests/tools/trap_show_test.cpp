@@ -3,6 +3,7 @@
 
 #include <random>
 
+#include "tools/textsink.h"
 #include "tools/trapparts.h"
 #include "trap/showtext.h"
 
@@ -18,12 +19,7 @@ Json document(const TrapParts& parts) { return describe(*readTrapFile(parts.whol
 
 std::string textOf(const Json& document, bool full = false) {
   std::string text;
-  Output output(
-      [](void* target, const char* data, size_t size) {
-        static_cast<std::string*>(target)->append(data, size);
-        return true;
-      },
-      &text);
+  Output output(&keep, &text);
   writeText(document, full, output);
   output.flush();
   return text;
