@@ -96,7 +96,7 @@ class FakeDebugHelp {
  public:
   FakeDebugHelp() {
     library_.emplace(copyOfLibrary(dir_));
-    hooks_.emplace(moduleOf(library_->find<void>("ossLoadSymDLL")));
+    hooks_.emplace(module());
     current_ = this;
   }
   ~FakeDebugHelp() {
@@ -109,7 +109,7 @@ class FakeDebugHelp {
   Function* find(const char* name) const {
     return library_->find<Function>(name);
   }
-  HMODULE module() const { return moduleOf(find<void>("ossLoadSymDLL")); }
+  HMODULE module() const { return library_->module(); }
 
   void answer(const std::string& function, FakeAnswer answer) {
     answers_[function] = std::move(answer);
@@ -130,14 +130,6 @@ class FakeDebugHelp {
   }
 
  private:
-  static HMODULE moduleOf(void* function) {
-    HMODULE module = nullptr;
-    EXPECT_TRUE(::GetModuleHandleExA(
-        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-        static_cast<const char*>(function), &module));
-    return module;
-  }
-
   template <size_t Row>
   static Word arrive(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h, Word i) {
     return current_->take(kGuardNames[Row].function, {a, b, c, d, e, f, g, h, i});

@@ -187,19 +187,18 @@ TEST(SymbolWrappers, LeaveTheLastErrorOfACallThatTouchesNone) {
   }
 }
 
-// The release of the mutex sets an error of its own here.
+// A release of the mutex that sets an error of its own.
+Word releaseWithError(Call& call) {
+  const Word result = call.passOn();
+  ::SetLastError(kReleaseError);
+  return result;
+}
+
 TEST(SymbolWrappers, KeepTheErrorOfAFailedCallOverTheRelease) {
   FakeDebugHelp help;
   for (const Wrapper& wrapper : wrappers()) {
     SCOPED_TRACE(wrapper.function);
-    ImportHook releases(
-        "ReleaseMutex",
-        [](Call& call) {
-          const Word result = call.passOn();
-          ::SetLastError(kReleaseError);
-          return result;
-        },
-        help.module());
+    const ImportHook releases("ReleaseMutex", releaseWithError, help.module());
     help.answer(wrapper.function, [](const FakeCall&) {
       ::SetLastError(kFakeError);
       return 0;
@@ -207,6 +206,23 @@ TEST(SymbolWrappers, KeepTheErrorOfAFailedCallOverTheRelease) {
 
     EXPECT_EQ(wrapper.call(help), 0u);
     EXPECT_EQ(::GetLastError(), wrapper.keepsError ? kFakeError : kReleaseError);
+  }
+}
+
+// Deliberate: the address decides, not the result.
+TEST(SymbolWrappers, TheModuleBaseOfAddressZeroKeepsTheErrorWhateverTheResult) {
+  FakeDebugHelp help;
+  const auto moduleBase = help.find<decltype(ossSymGetModuleBase)>("ossSymGetModuleBase");
+  const ImportHook releases("ReleaseMutex", releaseWithError, help.module());
+  for (const Word result : {Word{0}, Word{0x140000000}}) {
+    help.answer("SymGetModuleBase64", [result](const FakeCall&) {
+      ::SetLastError(kFakeError);
+      return result;
+    });
+    EXPECT_EQ(moduleBase(pointer(0x11), 0), result);
+    EXPECT_EQ(::GetLastError(), kFakeError);
+    EXPECT_EQ(moduleBase(pointer(0x11), 0x22), result);
+    EXPECT_EQ(::GetLastError(), kReleaseError);
   }
 }
 

@@ -4,8 +4,10 @@
 
 #include "fault/fakedebughelp.h"
 #include "harness/childprocess.h"
+#include "osscatalog.h"
 #include "ossfault.h"
 #include "ossipcresource.h"
+#include "ossmemory.h"
 
 using namespace osse_test;
 using namespace testing;
@@ -50,6 +52,39 @@ TEST(GuardTable, IsMadeOnFirstUseAndClosedWhenTheLibraryIsUnloaded) {
   EXPECT_EQ(runChild("makeAndCloseGuards"), 0u);
 }
 
+// Leaves a block behind, and notes what is there of the table when the last report is opened.
+CHILD_ROLE(reportLeaksAtTheEnd) {
+  TempDirectory dir;
+  static std::vector<std::string> s_seen = {"no report"};
+  {
+    const LoadedLibrary library(copyOfLibrary(dir));
+    library.find<decltype(ossLoadSymDLL)>("ossLoadSymDLL")();
+    EXPECT_EQ(guards(), allGuards());
+    void* block = nullptr;
+    EXPECT_EQ(
+        library.find<decltype(ossMemAlloc)>("ossMemAlloc")(&block, nullptr, 5, 0, __FILE__, 1),
+        ECF_OK);
+    // Never removed: the table that it stands in goes with the library.
+    new ImportHook(
+        "CreateFileA",
+        [](Call& call) {
+          if (std::string_view(call.argument<const char*>(0)).ends_with("_leaks.mem"))
+            s_seen = guards();
+          return call.passOn();
+        },
+        library.module());
+  }
+  EXPECT_THAT(s_seen, IsEmpty());
+  return 0;
+}
+
+TEST(GuardTable, IsClosedBeforeTheLibraryReportsItsLeaks) {
+  const TempDirectory dir;
+  EXPECT_EQ(
+      runChild("reportLeaksAtTheEnd", {}, {.environment = {{"OSSEMEMDBG", dir.path() + ",LEAKS"}}}),
+      0u);
+}
+
 // A second module of the same process opens what the first has made.
 TEST(GuardTable, OutlivesOneModuleInAnother) {
   TempDirectory dir;
@@ -65,11 +100,7 @@ TEST(GuardTable, IsMadeOnceByThreadsThatComeTogether) {
   TempDirectory dir;
   const LoadedLibrary library(copyOfLibrary(dir));
   auto* const load = library.find<decltype(ossLoadSymDLL)>("ossLoadSymDLL");
-  HMODULE module = nullptr;
-  ASSERT_TRUE(::GetModuleHandleExA(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<const char*>(load), &module));
-  const CallCounter made("CreateMutexA", module);
+  const CallCounter made("CreateMutexA", library.module());
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) threads.emplace_back([load] { load(); });
   for (std::thread& thread : threads) thread.join();

@@ -1,5 +1,6 @@
 // Trees as a whole: a large one copied and removed, one with a file that somebody holds, one that
 // two processes want at once. What is left allocated is told by the list of a process of its own.
+#include <atomic>
 #include <cstdlib>
 #include <set>
 
@@ -68,10 +69,13 @@ void copyAndRemoveTree(const std::string& from, const std::string& to, int direc
   const Paths made = makeLargeTree(from, directories);
   EXPECT_EQ(ossDirectoryCopy(from.c_str(), to.c_str()), ECF_OK);
   EXPECT_TRUE(pathsIn(to) == made);  // too large to be printed
+  int compared = 0;
   for (const std::string& path : made)
-    if (path.back() == '7' && ossIsFile((to + '\\' + path).c_str())) {
+    if (path.ends_with("\\7")) {
       EXPECT_EQ(readFile(to + '\\' + path), path);
+      ++compared;
     }
+  EXPECT_EQ(compared, directories);
 
   for (const std::string& tree : {to, from}) {
     EXPECT_EQ(removeDirectory(tree), ECF_OK);
@@ -199,8 +203,19 @@ TEST_F(HeldFile, ASearchThatFailsIsTheOnlyHandleThatStays) {
 
 // ---- One tree, two processes ----
 
+// How often either process had what it asked for.
+struct Successes {
+  int created, copied, removed;
+};
+
+OSSErr count(OSSErr rc, int& successes) {
+  if (rc == ECF_OK) std::atomic_ref(successes).fetch_add(1);
+  return rc;
+}
+
 CHILD_ROLE(wantTheSameTree) {
   const std::string tree = arguments[0];
+  const SharedBlock<Successes> successes(arguments[4]);
   Event ready(arguments[1]), go(arguments[2]);
   const std::string deep = tree + "\\a\\b\\c";
   ready.set();
@@ -214,12 +229,13 @@ CHILD_ROLE(wantTheSameTree) {
   const OSSErr vanished = isUnderWine() ? ECF_FILE_INVALID_NAME : ECF_FILE_DOESNT_EXIST;
   constexpr int kTimes = 100;
   for (int i = 0; i < kTimes; ++i) {
-    EXPECT_THAT(create(deep, OSS_DIRECTORY_CREATE_MISSING), isStated);
-    EXPECT_THAT(ossFileCopy(arguments[3].c_str(), (deep + "\\file").c_str()),
-                AnyOf(isStated, ECF_FILE_EXISTS));
+    EXPECT_THAT(count(create(deep, OSS_DIRECTORY_CREATE_MISSING), successes->created), isStated);
+    EXPECT_THAT(
+        count(ossFileCopy(arguments[3].c_str(), (deep + "\\file").c_str()), successes->copied),
+        AnyOf(isStated, ECF_FILE_EXISTS));
     // A directory that is missing when it is asked for, and there again a moment later, is taken
     // for a file and refused as one.
-    EXPECT_THAT(removeDirectory(tree),
+    EXPECT_THAT(count(removeDirectory(tree), successes->removed),
                 AnyOf(isStated, ECF_FILE_NOT_A_DIRECTORY, ECF_FILE_IS_A_DIRECTORY,
                       ECF_FILE_DIR_NOT_EMPTY, vanished));
   }
@@ -232,14 +248,22 @@ TEST(TreeOfTwoProcesses, IsMadeAndRemovedWithStatedCodesOnly) {
   const std::string file = dir.file("file");
   writeFile(file, "bytes");
   Event ready[2], go[2];
-  Child first = startChild("wantTheSameTree", {tree, ready[0].name(), go[0].name(), file});
-  Child second = startChild("wantTheSameTree", {tree, ready[1].name(), go[1].name(), file});
+  const SharedBlock<Successes> successes;
+  const auto start = [&](int i) {
+    return startChild("wantTheSameTree",
+                      {tree, ready[i].name(), go[i].name(), file, successes.name()});
+  };
+  Child first = start(0);
+  Child second = start(1);
   ASSERT_TRUE(ready[0].wait());
   ASSERT_TRUE(ready[1].wait());
   go[0].set();
   go[1].set();
   EXPECT_EQ(first.wait(), 0u);
   EXPECT_EQ(second.wait(), 0u);
+  EXPECT_GT(successes->created, 0);
+  EXPECT_GT(successes->copied, 0);
+  EXPECT_GT(successes->removed, 0);
   // Whoever was last may have lost a step of it.
   if (isThere(tree)) {
     EXPECT_EQ(removeDirectory(tree), ECF_OK);

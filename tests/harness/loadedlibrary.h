@@ -32,6 +32,8 @@ class LoadedLibrary {
   LoadedLibrary(const LoadedLibrary&) = delete;
   LoadedLibrary& operator=(const LoadedLibrary&) = delete;
 
+  HMODULE module() const { return module_; }
+
   template <class Function>
   Function* find(const char* name) const {
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(::GetProcAddress(module_, name)));

@@ -359,7 +359,10 @@ TEST_F(DiskInfo, AgreesWithWhatTheSystemTellsElsewhere) {
   EXPECT_EQ(info.totalBytes.status, 0u);
   EXPECT_LE(info.freeBytes.value, info.totalBytes.value);
   EXPECT_EQ(info.serialNumber.value, byHandle.dwVolumeSerialNumber);
-  EXPECT_STREQ(info.fileSystem.value, "NTFS");
+  char fileSystem[MAX_PATH] = {};
+  EXPECT_TRUE(::GetVolumeInformationA(dir.path().substr(0, 3).c_str(), nullptr, 0, nullptr, nullptr,
+                                      nullptr, fileSystem, sizeof fileSystem));
+  EXPECT_STREQ(info.fileSystem.value, fileSystem);
   EXPECT_EQ(info.driveType.value, OSS_DRIVE_STATIONARY);
 }
 

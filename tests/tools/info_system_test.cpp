@@ -48,7 +48,10 @@ TEST_F(MachineInfo, AgreesWithWhatTheSystemTells) {
             (nlohmann::json{{"value", nullptr}, {"status", "ECF_NOT_SUPPORTED"}}));
   EXPECT_EQ(factIn(document, "memory", "physical total").at("unit"), "MiB");
   EXPECT_EQ(factIn(document, "user", "name").at("value"), std::getenv("USERNAME"));
-  EXPECT_EQ(factIn(document, "drive C:\\", "file system").at("value"), "NTFS");
+  char fileSystem[MAX_PATH] = {};
+  EXPECT_TRUE(::GetVolumeInformationA("C:\\", nullptr, 0, nullptr, nullptr, nullptr, fileSystem,
+                                      sizeof fileSystem));
+  EXPECT_EQ(factIn(document, "drive C:\\", "file system").at("value"), fileSystem);
   EXPECT_EQ(factIn(document, "drive C:\\", "drive type").at("value"), "stationary");
   EXPECT_EQ(document.at("kernel limits").size(), 22u);
 }

@@ -1,8 +1,10 @@
 // `osse ipc`: whole texts, of queues as another process would find them.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 
 #include "commands.h"
 #include "harness/tempdir.h"
@@ -80,6 +82,25 @@ TEST_F(IpcCommandTest, ShowsTheHeaderTheLatchesAndTheMessages) {
   header().stateLatch = 0;
   header().getLatch = 0;
   EXPECT_EQ(next(queue_), "Hello, world!\n") << "the queue is as it was";
+}
+
+TEST_F(IpcCommandTest, SaysWhenTheQueueMovesMeanwhile) {
+  constexpr uint64_t kCapacity = 8 * 400;
+  create(kCapacity);
+  header().notEmpty = 1;
+  std::atomic<bool> isSeen = false;
+  std::thread writer([&] {
+    const std::atomic_ref offset(header().writeOffset);
+    while (!isSeen) offset.store((offset.load() + 8) % kCapacity);
+  });
+  const std::string blur = "The queue is in use: it moved while it was read, and this is a blur.\n";
+  std::string text;
+  constexpr int kMostRuns = 1000;
+  for (int i = 0; i < kMostRuns && !text.ends_with(blur); ++i) text = run(oss::tool::kDone);
+  isSeen = true;
+  writer.join();
+  EXPECT_TRUE(text.ends_with(blur)) << text;
+  EXPECT_FALSE(run(oss::tool::kDone).ends_with(blur));
 }
 
 TEST_F(IpcCommandTest, SaysWhenTheSectionIsNoQueue) {

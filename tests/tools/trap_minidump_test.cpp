@@ -23,7 +23,10 @@ struct Span {
 Span spanAt(const std::string& dump, size_t offset) {
   return {get<uint32_t>(dump, offset), get<uint32_t>(dump, offset + 4)};
 }
+// What is referred to lies inside.
 std::string bytesAt(const std::string& dump, Span span) {
+  EXPECT_LE(uint64_t{span.offset} + span.bytes, dump.size());
+  if (span.offset > dump.size()) return {};
   return dump.substr(span.offset, span.bytes);
 }
 
@@ -43,7 +46,8 @@ std::map<uint32_t, std::string> streamsOf(const std::string& dump) {
 
 std::string textAt(const std::string& dump, uint32_t offset) {
   const std::string utf16 = bytesAt(dump, {get<uint32_t>(dump, offset), offset + 4});
-  EXPECT_EQ(get<uint16_t>(dump, offset + 4 + utf16.size()), 0);
+  EXPECT_EQ(bytesAt(dump, {2, static_cast<uint32_t>(offset + 4 + utf16.size())}),
+            std::string(2, '\0'));
   std::string text;
   for (size_t i = 0; i < utf16.size(); i += 2) text += utf16[i];
   return text;
@@ -145,6 +149,22 @@ TEST(TrapMinidump, TheStackIsFoundByItsFirstFrame) {
   EXPECT_EQ(get<uint32_t>(threads, 4 + 40), 0u);
 }
 
+namespace {
+
+// Each stream is as long as its kind, and its count where it has one, tell.
+void expectListsAreWhole(const std::map<uint32_t, std::string>& streams) {
+  for (const auto& [type, stream] : streams) {
+    const size_t each = type == 3 ? 48 : type == 4 ? 108 : type == 5 ? 16 : 0;
+    const size_t whole = each != 0   ? 4 + each * get<uint32_t>(stream, 0)
+                         : type == 6 ? 168
+                         : type == 7 ? 56
+                                     : 24;
+    ASSERT_EQ(stream.size(), whole) << "stream " << type;
+  }
+}
+
+}  // namespace
+
 TEST(TrapMinidump, OfADamagedFileEveryReferenceStaysInside) {
   std::mt19937_64 random(20040702);
   const std::string whole = TrapParts().whole();
@@ -155,12 +175,15 @@ TEST(TrapMinidump, OfADamagedFileEveryReferenceStaysInside) {
     file.resize(400 + random() % (file.size() - 400));
     const std::string dump = minidumpOf(*readTrapFile(file));
     auto streams = streamsOf(dump);
+    expectListsAreWhole(streams);
     const std::string& modules = streams[4];
     for (uint32_t i = 0; i < get<uint32_t>(modules, 0); ++i)
       EXPECT_LE(textAt(dump, get<uint32_t>(modules, 4 + 108 * i + 20)).size(), 272u);
-    for (const size_t at : {size_t{32}, size_t{40}}) {
-      const Span span = spanAt(streams[3], 4 + at);
-      EXPECT_LE(uint64_t{span.offset} + span.bytes, dump.size());
-    }
+    EXPECT_LE(textAt(dump, get<uint32_t>(streams[7], 24)).size(), 128u);
+    for (const size_t at : {size_t{32}, size_t{40}}) bytesAt(dump, spanAt(streams[3], 4 + at));
+    const std::string& memory = streams[5];
+    for (uint32_t i = 0; i < get<uint32_t>(memory, 0); ++i)
+      bytesAt(dump, spanAt(memory, 4 + 16 * i + 8));
+    if (streams.count(6) != 0) bytesAt(dump, spanAt(streams[6], 160));
   }
 }
