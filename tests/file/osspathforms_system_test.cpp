@@ -8,6 +8,7 @@
 using namespace osse_test;
 using namespace testing;
 using oss::Func;
+using oss::SysCall;
 
 namespace {
 
@@ -266,8 +267,23 @@ TEST_F(PathForms, ASeparatorAtTheEndOfAFileMakesItNoFile) {
     const std::string path = file + end;
     EXPECT_FALSE(ossIsFile(path.c_str()));
     EXPECT_FALSE(ossIsDirectory(path.c_str()));
-    EXPECT_NE(ossFileDelete(path.c_str()), ECF_OK);
-    EXPECT_NE(ossFileCopy(path.c_str(), dir_.file("copy").c_str()), ECF_OK);
+    // Whether nothing is there or the name is none, the run-time decides.
+    const OSSErr deleted = ossFileDelete(path.c_str());
+    EXPECT_THAT(deleted, AnyOf(ECF_FILE_DOESNT_EXIST, ECF_INVALID_PARAMETER));
+    EXPECT_THAT(log_.newRecords(),
+                Contains(CalledRecord(OSS_LOG_INFO, Func::ossFileDelete, 20, Func::ossPathTest,
+                                      deleted, deleted, {{1, String(path)}})));
+
+    const std::string copy = dir_.file("copy");
+    EXPECT_EQ(ossFileCopy(path.c_str(), copy.c_str()), ECF_FILE_INVALID_NAME);
+    EXPECT_THAT(
+        log_.newRecords(),
+        ElementsAre(
+            SystemRecord(OSS_LOG_INFO, Func::oss_copy, 10, SysCall::CopyFileA, ERROR_INVALID_NAME,
+                         ECF_FILE_INVALID_NAME, {{1, String(path)}, {2, String(copy)}}),
+            CalledRecord(OSS_LOG_INFO, Func::ossFileCopy, 30, Func::oss_copy, ECF_FILE_INVALID_NAME,
+                         ECF_FILE_INVALID_NAME, {{1, String(path)}, {2, String(copy)}})));
+
     EXPECT_EQ(removeDirectory(path, OSS_DIRECTORY_DELETE_RECURSIVELY), ECF_FILE_NOT_A_DIRECTORY);
     EXPECT_FALSE(log_.newRecords().empty());
   }

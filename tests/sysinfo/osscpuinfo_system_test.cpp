@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
+#include <utility>
+#include <vector>
 
 #include "harness/childprocess.h"
 #include "sysinfo/osssysinfofixture.h"
@@ -205,8 +207,9 @@ TEST_F(CPUInfo, TheTopologyIsProbedOnceInAProcess) {
 }
 
 CHILD_ROLE(probeWhileProbing) {
-  ImportHook functions("GetProcAddress", [](Call& call) {
-    ossSysInfoOneTimeOnly();
+  bool isFirst = true;
+  ImportHook functions("GetProcAddress", [&isFirst](Call& call) {
+    if (std::exchange(isFirst, false)) ossSysInfoOneTimeOnly();
     return call.passOn();
   });
   OSSCPUInfo info;
