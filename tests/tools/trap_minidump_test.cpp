@@ -45,7 +45,9 @@ std::map<uint32_t, std::string> streamsOf(const std::string& dump) {
 }
 
 std::string textAt(const std::string& dump, uint32_t offset) {
-  const std::string utf16 = bytesAt(dump, {get<uint32_t>(dump, offset), offset + 4});
+  const std::string count = bytesAt(dump, {4, offset});
+  if (count.size() != 4) return {};
+  const std::string utf16 = bytesAt(dump, {get<uint32_t>(count, 0), offset + 4});
   EXPECT_EQ(bytesAt(dump, {2, static_cast<uint32_t>(offset + 4 + utf16.size())}),
             std::string(2, '\0'));
   std::string text;
