@@ -1,14 +1,13 @@
 // `osse ipc`: whole texts, of queues as another process would find them.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <thread>
 
 #include "commands.h"
 #include "harness/tempdir.h"
 #include "ipc/ossipcqueuefixture.h"
+#include "ipc/restlesswriters.h"
 
 using namespace osse_test;
 
@@ -85,20 +84,14 @@ TEST_F(IpcCommandTest, ShowsTheHeaderTheLatchesAndTheMessages) {
 }
 
 TEST_F(IpcCommandTest, SaysWhenTheQueueMovesMeanwhile) {
-  constexpr uint64_t kCapacity = 8 * 400;
-  create(kCapacity);
-  header().notEmpty = 1;
-  std::atomic<bool> isSeen = false;
-  std::thread writer([&] {
-    const std::atomic_ref offset(header().writeOffset);
-    while (!isSeen) offset.store((offset.load() + 8) % kCapacity);
-  });
+  create(8 * 400);
   const std::string blur = "The queue is in use: it moved while it was read, and this is a blur.\n";
   std::string text;
-  constexpr int kMostRuns = 1000;
-  for (int i = 0; i < kMostRuns && !text.ends_with(blur); ++i) text = run(oss::tool::kDone);
-  isSeen = true;
-  writer.join();
+  {
+    const RestlessWriters writers(header());
+    constexpr int kMostRuns = 1000;
+    for (int i = 0; i < kMostRuns && !text.ends_with(blur); ++i) text = run(oss::tool::kDone);
+  }
   EXPECT_TRUE(text.ends_with(blur)) << text;
   EXPECT_FALSE(run(oss::tool::kDone).ends_with(blur));
 }
