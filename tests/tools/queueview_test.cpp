@@ -80,14 +80,14 @@ TEST(QueueView, LeavesTheQueueAsItIs) {
   EXPECT_EQ(std::memcmp(&header, &block.header(), sizeof header), 0);
 }
 
-// Five looks in a row are rarely at one state.
+// Five looks in a row are rarely at one state while a writer runs. New threads find a processor
+// beside this one sooner than old ones are moved to it.
 TEST(QueueView, TellsThatTheQueueMovesWhileItIsRead) {
   const QueueBlock block(8 * 64);
   QueueView view;
-  {
+  for (int round = 0; round < 1000 && !view.isMoving; ++round) {
     const RestlessWriters writers(block.header());
-    constexpr int kMostViews = 1'000'000;
-    for (int i = 0; i < kMostViews && !view.isMoving; ++i) view = viewOf(block);
+    for (int i = 0; i < 200 && !view.isMoving; ++i) view = viewOf(block);
   }
   EXPECT_TRUE(view.isMoving);
   EXPECT_TRUE(view.isSound);
