@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "fault/ossdebughelp.h"
+#include "fault/osssectionguard.h"
 #include "ossstring.h"
 #include "osssymbol.h"
 
@@ -42,19 +43,34 @@ struct NamedSymbol {
   char name[kMostName];
 };
 
-}  // namespace
-
-void initializeSymbols() noexcept {
+// Initialises symbols in steps that `take` takes; it returns whether the step came to its end.
+template <class Take>
+void initializeBy(Take take) noexcept {
   // A second thread would take the changed options for the host's. It does not wait for the first,
   // which may be itself: a handler whose thread faulted in here comes again.
   const bool prepares = !g_initialized.load(std::memory_order_acquire) &&
                         !g_preparing.exchange(true, std::memory_order_acquire);
-  const DWORD options = prepares ? ossSymGetOptions() : 0;
-  if (prepares) ossSymSetOptions(options | SYMOPT_DEFERRED_LOADS);
-  ossSymInitialize(::GetCurrentProcess(), nullptr, TRUE);
-  if (!prepares) return;
-  ossSymSetOptions(options);
-  g_preparing.store(false, std::memory_order_release);
+  DWORD options = 0;
+  const bool defers = prepares && take([&options] {
+                        options = ossSymGetOptions();
+                        ossSymSetOptions(options | SYMOPT_DEFERRED_LOADS);
+                      });
+  take([] { ossSymInitialize(::GetCurrentProcess(), nullptr, TRUE); });
+  if (defers) take([options] { ossSymSetOptions(options); });
+  if (prepares) g_preparing.store(false, std::memory_order_release);
+}
+
+}  // namespace
+
+void initializeSymbols() noexcept {
+  initializeBy([](auto step) {
+    step();
+    return true;
+  });
+}
+
+void initializeSymbolsGuarded() noexcept {
+  initializeBy([](auto step) { return endsWithoutFault(step); });
 }
 
 uint64_t symInitializeCalls() noexcept { return g_initializeCalls.load(std::memory_order_relaxed); }

@@ -11,6 +11,10 @@ namespace oss {
 // are left as they were.
 void initializeSymbols() noexcept;
 
+// The same where the debugging-help library may fault: that ends the call it happens in, and the
+// host's options are put back all the same.
+void initializeSymbolsGuarded() noexcept;
+
 // How often ossSymInitialize was called.
 uint64_t symInitializeCalls() noexcept;
 

@@ -11,4 +11,10 @@ namespace oss {
 // the call: the fault, if there is one, is handled by the unwind tables.
 bool endsWithoutFault(void (*work)(void*), void* argument) noexcept;
 
+// The same for whatever can be called.
+template <class Work>
+bool endsWithoutFault(Work work) noexcept {
+  return endsWithoutFault([](void* argument) { (*static_cast<Work*>(argument))(); }, &work);
+}
+
 }  // namespace oss

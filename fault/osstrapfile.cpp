@@ -6,7 +6,9 @@
 #include <cstring>
 
 #include "fault/ossSymFunctions.h"
+#include "fault/osscapturemark.h"
 #include "fault/ossprocessmemory.h"
+#include "fault/osssectionguard.h"
 #include "fault/osstraptext.h"
 #include "fault/osstrapwriter.h"
 #include "osssymbol.h"
@@ -56,24 +58,34 @@ OSSTrapFile::OSSTrapFile() noexcept : process_(::GetCurrentProcess()) {
 
 OSSTrapFile::~OSSTrapFile() {
   if (!initialized_) return;
-  ossSymSetSearchPath(process_, searchPath_);
+  const CaptureMark mark(::GetCurrentThreadId());
+  if (putsPathBack_) endsWithoutFault([this] { ossSymSetSearchPath(process_, searchPath_); });
   ossSymCleanup(process_);
   ossFreeSymDLL();
 }
 
 void OSSTrapFile::initialize(uint32_t, EXCEPTION_RECORD* er, CONTEXT* ctx,
                              const char* symbolPath) noexcept {
+  const CaptureMark mark(::GetCurrentThreadId());
+  if (mark.isNested()) return;
+
   std::memcpy(header_.eyeCatcher, OSS_TRAP_EYE_CATCHER, sizeof header_.eyeCatcher);
   if (header_.processId == 0) header_.processId = ::GetCurrentProcessId();
   if (header_.threadId == 0) header_.threadId = ::GetCurrentThreadId();
 
   ossLoadSymDLL();
-  initializeSymbols();
-  if (!initialized_) ossSymGetSearchPath(process_, searchPath_, sizeof searchPath_);
-  if (symbolPath != nullptr) ossSymSetSearchPath(process_, symbolPath);
+  initializeSymbolsGuarded();
+  endsWithoutFault([this, symbolPath] {
+    // A path that this object has installed is not the host's.
+    const bool isSaved =
+        putsPathBack_ || ossSymGetSearchPath(process_, searchPath_, sizeof searchPath_);
+    if (symbolPath != nullptr && ossSymSetSearchPath(process_, symbolPath)) putsPathBack_ = isSaved;
+  });
 
   header_.contents &= ~kDecidedContents;
-  if (ossImagehlpApiVersion() != nullptr) header_.contents |= OSS_TRAP_HAS_LIBRARY_VERSION;
+  endsWithoutFault([this] {
+    if (ossImagehlpApiVersion() != nullptr) header_.contents |= OSS_TRAP_HAS_LIBRARY_VERSION;
+  });
 
   SYSTEMTIME now;
   ::GetLocalTime(&now);
@@ -83,10 +95,11 @@ void OSSTrapFile::initialize(uint32_t, EXCEPTION_RECORD* er, CONTEXT* ctx,
   if (er != nullptr) header_.contents |= OSS_TRAP_HAS_EXCEPTION;
   if (ctx != nullptr) header_.contents |= OSS_TRAP_HAS_CONTEXT;
   InstructionArea area;
-  if (ctx != nullptr && examine(ctx, ProcessMemory(process_), &area)) {
-    header_.contents |= OSS_TRAP_HAS_CONTROL;
-    if (area.bytes > 0) header_.contents |= OSS_TRAP_HAS_INSTRUCTIONS;
-  }
+  bool isExamined = false;
+  if (ctx != nullptr)
+    endsWithoutFault([&] { isExamined = examine(ctx, ProcessMemory(process_), &area); });
+  if (isExamined) header_.contents |= OSS_TRAP_HAS_CONTROL;
+  if (area.bytes > 0) header_.contents |= OSS_TRAP_HAS_INSTRUCTIONS;
   header_.instructions = area.address;
   header_.instructionBytes = area.bytes;
 
@@ -94,7 +107,8 @@ void OSSTrapFile::initialize(uint32_t, EXCEPTION_RECORD* er, CONTEXT* ctx,
 }
 
 void OSSTrapFile::dump(uint64_t sections, uint32_t, EXCEPTION_RECORD* er, CONTEXT* ctx) noexcept {
-  if (initialized_ && isValid()) TrapWriter(*this, er, ctx).write(sections);
+  const CaptureMark mark(::GetCurrentThreadId());
+  if (initialized_ && isValid() && !mark.isNested()) TrapWriter(*this, er, ctx).write(sections);
 }
 
 bool OSSTrapFile::writeXMLProlog() noexcept {

@@ -16,7 +16,7 @@
 namespace oss {
 namespace {
 
-constexpr size_t kPageWords = 512;
+constexpr size_t kPieceWords = 64;  // little, for the thread may have little stack left
 
 class FileSink final : public SectionSink {
  public:
@@ -27,6 +27,15 @@ class FileSink final : public SectionSink {
   OSSTrapFile& file_;
 };
 
+// A full disk may take a part of a record: what is written next goes over it.
+bool appendsWhole(OSSTrapFile& file, const OSSTrapModule& module) noexcept {
+  const OSSTrapFile::offsetType start = file.getCurrentOffset();
+  file.write(&module, sizeof module);
+  const bool isWhole = file.getCurrentOffset() - start == sizeof module;
+  if (!isWhole) file.seekToOffset(start);
+  return isWhole;
+}
+
 // A module section being written.
 struct CountedModules {
   OSSTrapFile* file;
@@ -36,8 +45,7 @@ struct CountedModules {
 
 int appendCounted(const char* name, uint64_t base, unsigned long size, void* section) noexcept {
   auto& modules = *static_cast<CountedModules*>(section);
-  const OSSTrapModule module = trapModule(modules.process, name, base, size);
-  if (modules.file->write(&module, sizeof module) == 0) ++modules.count;
+  if (appendsWhole(*modules.file, trapModule(modules.process, name, base, size))) ++modules.count;
   return TRUE;
 }
 
@@ -84,21 +92,11 @@ void TrapWriter::write(uint64_t sections) noexcept {
       {OSS_TRAP_MODULE_SECTION, &TrapWriter::writeModuleSection},
   };
 
-  struct Call {
-    TrapWriter* writer;
-    Work write;
-  };
   // A derived class may have set more; the header tells what the section of the stack holds.
   header_.instructionBytes = std::min(header_.instructionBytes, OSS_TRAP_MOST_INSTRUCTIONS);
-  for (const Section& section : kSections) {
-    if ((sections & section.flag) == 0) continue;
-    Call call{this, section.write};
-    const auto work = [](void* argument) {
-      const auto& [writer, write] = *static_cast<const Call*>(argument);
-      (writer->*write)();
-    };
-    endsWithoutFault(work, &call);
-  }
+  for (const Section& section : kSections)
+    if ((sections & section.flag) != 0)
+      endsWithoutFault([this, &section] { (this->*section.write)(); });
 }
 
 void TrapWriter::writeHeader() noexcept {
@@ -159,7 +157,7 @@ void TrapWriter::writeContext() noexcept {
 }
 
 void TrapWriter::appendModule(OSSTrapFile& file, const OSSTrapModule& module) noexcept {
-  if (file.write(&module, sizeof module) != 0) return;
+  if (!appendsWhole(file, module)) return;
   OSSTrapHeader& header = file.header_;
   header.contents |= OSS_TRAP_HAS_MODULES;
   if (header.modules < std::numeric_limits<uint16_t>::max()) ++header.modules;
@@ -230,11 +228,11 @@ void TrapWriter::writeRawStack(uint64_t stackPointer, uint64_t lastFrame) noexce
       readableWords(memory_, stackPointer, wantedStackWords(stackPointer, lastFrame));
   put(words);
 
-  uint64_t page[kPageWords];
-  for (uint64_t done = 0; done < words; done += kPageWords) {
-    const size_t bytes = std::min<uint64_t>(kPageWords, words - done) * sizeof page[0];
-    if (!memory_.read(stackPointer + done * sizeof page[0], page, bytes)) return;
-    file_.write(page, bytes);
+  uint64_t piece[kPieceWords];
+  for (uint64_t done = 0; done < words; done += kPieceWords) {
+    const size_t bytes = std::min<uint64_t>(kPieceWords, words - done) * sizeof piece[0];
+    if (!memory_.read(stackPointer + done * sizeof piece[0], piece, bytes)) return;
+    file_.write(piece, bytes);
   }
 }
 

@@ -27,8 +27,16 @@
 //   module section    u64 count, then that many OSSTrapModule
 //
 // Memory is read through the system, so that what cannot be read raises nothing; whatever fault a
-// section meets nevertheless ends that section, and the next one follows. One thread uses an object
-// at a time; several threads may write trap files at once.
+// section meets nevertheless ends that section, and the next one follows. In initialize() it ends
+// the call of the debugging-help library that it comes from. A vectored handler sees such a fault
+// first: on a thread that is inside initialize() or dump() both do nothing, of whatever object, and
+// the handler must return EXCEPTION_CONTINUE_SEARCH for the section to end and the rest to follow.
+// One thread uses an object at a time; several threads may write trap files at once.
+//
+// A thread whose stack has overflowed may have too little of it left for the handler above:
+// initialize() takes some 16 KiB where it is the first to load symbols. Its handler hands the two
+// records to a thread that waits for them, and waits in turn. The header then tells of that thread,
+// unless a derived class has set `threadId` before.
 #pragma once
 
 #include "ossprimitivefile.h"
@@ -139,7 +147,8 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
   /// Takes note of the process and the calling thread. Opens nothing.
   OSSTrapFile() noexcept;
 
-  /// Puts the symbol search path back that initialize() found. Does not close the file.
+  /// Puts the symbol search path back that initialize() found, if it has installed another. Does
+  /// not close the file.
   ~OSSTrapFile();
 
   OSSTrapFile(const OSSTrapFile&) = delete;
@@ -147,21 +156,24 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
 
   /// Fills in the header: time, executable, contents, and of a context with control registers the
   /// instructions from 32 bytes in front of the faulting one on. Those are captured only if the
-  /// first 8 of these bytes can be read, and as many of the 64 as can. Initialises symbols.
+  /// first 8 of these bytes can be read, and as many of the 64 as can. Initialises symbols. Does
+  /// nothing on a thread that is inside initialize() or dump().
   /// \param flags       reserved; not looked at
   /// \param er          the exception, or null
   /// \param ctx         the registers at the fault, or null
   /// \param symbolPath  where symbol files are looked for until the object ends; null leaves it.
   ///                    The path belongs to the process: it serves every thread, of two objects
   ///                    the one that ends last puts back what it found, and of a path that is
-  ///                    longer than 260 characters the first 260 are put back
+  ///                    longer than 260 characters the first 260 are put back. One that could not
+  ///                    be told is not put back
   void initialize(uint32_t flags, _EXCEPTION_RECORD* er, _CONTEXT* ctx,
                   const char* symbolPath) noexcept;
 
   /// Writes sections at the file pointer, which stands at the end of the file: it must be new or
   /// empty, or the caller has gone there, since sections that write over what is there go on at the
-  /// end. Does nothing before initialize() or without a file; what the system refuses to write is
-  /// missing.
+  /// end. Does nothing before initialize(), without a file, or on a thread that is inside
+  /// initialize() or dump(); what the system refuses to write is missing, and a module record that
+  /// it takes a part of is not counted.
   /// \param sections  OSS_TRAP_...; other bits are ignored. OSS_TRAP_MODULES also writes the header
   ///                  again, with their count, where OSS_TRAP_HEADER was last written or else at
   ///                  the start of the file, and leaves the file pointer at the end
@@ -191,6 +203,7 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
   uint32_t reserved_ = 0;
   bool initialized_ = false;
   char searchPath_[261] = {};
+  bool putsPathBack_ = false;
   void* process_;
 };
 OSS_LAYOUT(OSSTrapFile, 680);

@@ -42,9 +42,6 @@ void load(StartLine& line, bool walks) {
   }
 }
 
-[[gnu::noinline]] void writeToNothing() {
-  __asm__ volatile("xorl %%eax, %%eax\n movl $1, (%%rax)" ::: "eax", "memory");
-}
 [[gnu::noinline]] void divideByZero() {
   __asm__ volatile("xorl %%ecx, %%ecx\n xorl %%edx, %%edx\n movl $1, %%eax\n idivl %%ecx" ::
                        : "eax", "ecx", "edx");
@@ -115,11 +112,6 @@ TEST_F(TrapFileTest, ARealFaultUnderLoadIsTold) {
 
 // ---- Faults while a trap file is written ----
 
-[[gnu::noinline]] Word faultNow() {
-  writeToNothing();
-  return 0;
-}
-
 TEST_F(TrapFileTest, AFaultEndsItsSectionOnly) {
   ImportHook system("GetSystemInfo", [](Call&) { return faultNow(); });
   TrapBytes file = dump(OSS_TRAP_HEADER | OSS_TRAP_SYSTEM | OSS_TRAP_EXCEPTION);
@@ -177,6 +169,8 @@ TEST_F(TrapFileTest, ThreadsThatFaultTogetherEndTheirOwnSections) {
     EXPECT_EQ(file.left(), 0u);
   }
 }
+
+// ---- Broken records ----
 
 // What is handed over may be as broken as the process.
 TEST_F(TrapFileTest, UnreadableRecordsEndTheirSections) {

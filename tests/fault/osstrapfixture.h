@@ -1,5 +1,5 @@
-// osstrapfixture.h - what the tests of the trap file share: a file to write, and its bytes taken
-// apart by the layouts.
+// osstrapfixture.h - what the tests of the trap file share: a file to write, its bytes taken apart
+// by the layouts, and a fault.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -77,6 +77,15 @@ class OpenTrapFile : public OSSTrapFile {
 
   OSSTrapHeader& header() { return header_; }
 };
+
+// A real fault: an access violation.
+[[gnu::noinline]] inline void writeToNothing() {
+  __asm__ volatile("xorl %%eax, %%eax\n movl $1, (%%rax)" ::: "eax", "memory");
+}
+[[gnu::noinline]] inline Word faultNow() {
+  writeToNothing();
+  return 0;
+}
 
 class TrapFileTest : public testing::Test {
  protected:

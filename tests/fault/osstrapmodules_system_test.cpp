@@ -80,6 +80,27 @@ TEST_F(TrapFileTest, TheHeaderIsWrittenAgainWhereItWas) {
   EXPECT_EQ(late.size(), middle.size() + file.header().modules * 304u);
 }
 
+// The system takes a part of a record only, as a full disk does, and then has room again.
+TEST_F(TrapFileTest, AModuleRecordThatIsCutIsNotCounted) {
+  dump(OSS_TRAP_HEADER);  // so the debugging-help library is there
+  std::vector<OSSTrapModule> expected = expectedModules();
+  const size_t all = expected.size();
+  expected.erase(expected.begin() + 1);
+  size_t records = 0;
+  ImportHook full("WriteFile", [&records, all](Call& call) -> Word {
+    const bool isRecord = call.argument<DWORD>(2) == sizeof(OSSTrapModule);
+    if (isRecord) ++records;
+    if (!isRecord || (records != 2 && records != all + 2)) return call.passOn();
+    return static_cast<Word>(::WriteFile(call.argument<HANDLE>(0), call.argument<const void*>(1),
+                                         100, call.argument<DWORD*>(3), nullptr));
+  });
+  TrapBytes file = dump(OSS_TRAP_HEADER | OSS_TRAP_MODULES | OSS_TRAP_MODULE_SECTION);
+  EXPECT_EQ(file.take<OSSTrapHeader>().modules, all - 1);
+  EXPECT_EQ(file.take(expected.size() * 304), bytesOfAll(expected));
+  EXPECT_EQ(file.take<uint64_t>(), all - 1);
+  EXPECT_EQ(file.take(file.left()), bytesOfAll(expected));
+}
+
 // Without the section of modules the file keeps the header as it was.
 TEST_F(TrapFileTest, TheEarlyHeaderStaysWithoutTheModules) {
   TrapBytes file = dump(OSS_TRAP_HEADER | OSS_TRAP_SYSTEM);
