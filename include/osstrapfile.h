@@ -33,10 +33,11 @@
 // the handler must return EXCEPTION_CONTINUE_SEARCH for the section to end and the rest to follow.
 // One thread uses an object at a time; several threads may write trap files at once.
 //
-// A thread whose stack has overflowed may have too little of it left for the handler above:
-// initialize() takes some 16 KiB where it is the first to load symbols. Its handler hands the two
-// records to a thread that waits for them, and waits in turn. The header then tells of that thread,
-// unless a derived class has set `threadId` before.
+// A thread whose stack has overflowed has too little of it left for the handler above: initialize()
+// takes some 16 KiB where it is the first to load symbols. SetThreadStackGuarantee keeps that much
+// back for the handler if the thread asks for it before. Or the handler hands the two records to a
+// thread that waits for them, and waits in turn; the header then tells of that thread, unless a
+// derived class has set `threadId` before.
 #pragma once
 
 #include "ossprimitivefile.h"
