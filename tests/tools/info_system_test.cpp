@@ -88,6 +88,22 @@ TEST_F(MachineInfo, AnOutputThatCannotBeWrittenFails) {
   EXPECT_EQ(command.run(), oss::tool::kFailed);
 }
 
+// What the system tells in its code page comes back from the text unharmed.
+TEST_F(MachineInfo, TextsAreUtf8InBothForms) {
+  ImportHook name("GetUserNameA", [](Call& call) {
+    std::memcpy(call.argument<char*>(0), "J\xFCrgen", 7);
+    *call.argument<DWORD*>(1) = 7;
+    return TRUE;
+  });
+  const std::string told = factIn(nlohmann::json::parse(written(true)), "user", "name")["value"];
+  wchar_t wide[20] = {};
+  char ansi[20] = {};
+  ASSERT_NE(::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, told.c_str(), -1, wide, 20), 0);
+  ASSERT_NE(::WideCharToMultiByte(CP_ACP, 0, wide, -1, ansi, 20, nullptr, nullptr), 0);
+  EXPECT_STREQ(ansi, "J\xFCrgen");
+  EXPECT_THAT(written(false), HasSubstr(told));
+}
+
 // ---- A machine with the drive C: alone ----
 
 // Only what the test refuses keeps it from telling all of its drive.

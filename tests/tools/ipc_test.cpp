@@ -15,11 +15,13 @@ namespace {
 
 class IpcCommandTest : public QueueTest {
  protected:
-  std::string run(int expected, bool json = false) {
+  std::string run(int expected, bool json = false) { return runOn(path_, expected, json); }
+
+  std::string runOn(const std::string& path, int expected, bool json) {
     TempDirectory dir;
     const std::string output = dir.file("output");
     const oss::tool::IpcCommand command = {
-        .path = path_, .number = 0, .local = false, .json = json, .output = output};
+        .path = path, .number = 0, .local = false, .json = json, .output = output};
     testing::internal::CaptureStderr();
     EXPECT_EQ(command.run(), expected);
     complaint_ = testing::internal::GetCapturedStderr();
@@ -37,7 +39,7 @@ constexpr char kObjects[] =
     "section           OSSEIPC0<path>: exists, 4096 bytes\n"
     "data semaphore    OSSEIPC1<path>: exists\n"
     "space semaphore   OSSEIPC2<path>: exists\n"
-    "event             OSSEIPC0<path>: another kind of object\n";
+    "event             OSSEIPC0<path>: none (the name is the section's)\n";
 
 TEST_F(IpcCommandTest, WithoutAQueueItTellsTheNames) {
   EXPECT_EQ(run(oss::tool::kFailed),
@@ -120,7 +122,7 @@ TEST_F(IpcCommandTest, WritesTheSameAsJson) {
   const auto document = nlohmann::json::parse(run(oss::tool::kDone, true));
   EXPECT_EQ(document["section"]["name"], "OSSEIPC0<path>");
   EXPECT_EQ(document["section"]["bytes"], 4096);
-  EXPECT_EQ(document["event"]["state"], "another kind of object");
+  EXPECT_EQ(document["event"]["state"], "none (the name is the section's)");
   const auto& queue = document["queue"];
   EXPECT_EQ(queue["isQueue"], true);
   EXPECT_EQ(queue["isMoving"], false);
@@ -129,6 +131,49 @@ TEST_F(IpcCommandTest, WritesTheSameAsJson) {
   EXPECT_EQ(queue["putLatch"], "{ 0x00 [ unlocked ] }");
   EXPECT_EQ(queue["messages"],
             nlohmann::json::parse(R"([{"length": 2, "there": 2, "head": "6162"}])"));
+}
+
+// A section on its own, all zeros: the first thing that is made of a queue, or no part of one.
+TEST_F(IpcCommandTest, AnyZeroedSectionIsNoQueue) {
+  OSSHIPCMemory memory;
+  OSSIPCMemoryCreateParam param;
+  param.resID = queueResIDOf(path_).memory;
+  param.size = 100;
+  ASSERT_EQ(memory.create(&param), ECF_OK);
+  const auto document = nlohmann::json::parse(run(oss::tool::kFailed, true));
+  EXPECT_EQ(document["queue"]["isQueue"], false);
+  EXPECT_EQ(document["dataSemaphore"]["state"], "missing");
+  EXPECT_EQ(complaint_,
+            "osse: there is no queue, or one that is just being made: a semaphore is missing\n");
+  EXPECT_EQ(memory.detach(), ECF_OK);
+}
+
+TEST_F(IpcCommandTest, AQueueWithoutItsCapacityIsJustBeingMade) {
+  create(64);
+  header().capacity = 0;
+  const auto document = nlohmann::json::parse(run(oss::tool::kFailed, true));
+  EXPECT_EQ(document["queue"]["isQueue"], false);
+  EXPECT_EQ(complaint_,
+            "osse: there is no queue, or one that is just being made: the capacity is 0\n");
+  header().capacity = 64;
+  EXPECT_EQ(nlohmann::json::parse(run(oss::tool::kDone, true))["queue"]["isQueue"], true);
+}
+
+// What is written can be typed in again: back in the code page, the name is that of the object.
+TEST_F(IpcCommandTest, NamesAreUtf8InBothForms) {
+  const std::string path = path_ + "\xE4\xFC";
+  const auto document = nlohmann::json::parse(runOn(path, oss::tool::kFailed, true));
+  const std::string name = document["section"]["name"];
+  const std::string tail = name.substr(name.find('>') + 1);
+  EXPECT_GT(tail.size(), 2u) << "two characters beyond ASCII";
+
+  wchar_t wide[10] = {};
+  char ansi[10] = {};
+  ASSERT_NE(::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, tail.c_str(), -1, wide, 10), 0);
+  ASSERT_NE(::WideCharToMultiByte(CP_ACP, 0, wide, -1, ansi, 10, nullptr, nullptr), 0);
+  EXPECT_STREQ(ansi, "\xE4\xFC");
+  EXPECT_EQ(runOn(path, oss::tool::kFailed, false).find("section           " + name + ": missing"),
+            0u);
 }
 
 }  // namespace

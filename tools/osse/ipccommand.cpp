@@ -2,6 +2,7 @@
 // the section, as text or as JSON.
 #include <nlohmann/json.hpp>
 
+#include "ansitext.h"
 #include "commands.h"
 #include "ipcobjects.h"
 #include "osshexdump.h"
@@ -16,6 +17,20 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr char kMoving[] = "The queue is in use: it moved while it was read, and this is a blur.";
+
+// Why these objects are no queue; "" when they are one.
+std::string whyNoQueue(const IpcObjects& objects, const QueueView* view) {
+  if (objects.section.presence != Presence::Exists)
+    return "there is no queue: " + objects.section.name + " is no section";
+  if (view == nullptr || !view->isSound)
+    return "there is no queue: the section's header cannot be one";
+  const bool lacksSemaphore = objects.dataSemaphore.presence == Presence::Missing ||
+                              objects.spaceSemaphore.presence == Presence::Missing;
+  if (view->header.capacity == 0 || lacksSemaphore)
+    return std::string("there is no queue, or one that is just being made: ") +
+           (lacksSemaphore ? "a semaphore is missing" : "the capacity is 0");
+  return "";
+}
 
 std::string latchText(uint8_t latch) {
   char text[40];
@@ -37,7 +52,7 @@ void line(Output& output, const std::string& key, uint64_t value) {
 
 void writeObjects(const IpcObjects& objects, Output& output) {
   const auto write = [&](const char* kind, const IpcObject& object, const std::string& more) {
-    line(output, kind, object.name + ": " + object.text() + more);
+    line(output, kind, utf8OfAnsi(object.name) + ": " + object.text() + more);
   };
   const uint64_t bytes = objects.viewBytes();
   write("section", objects.section, bytes != 0 ? ", " + std::to_string(bytes) + " bytes" : "");
@@ -93,7 +108,9 @@ void writeMessages(const QueueView& view, Output& output) {
 
 // ---- JSON ----
 
-Json jsonOf(const IpcObject& object) { return {{"name", object.name}, {"state", object.text()}}; }
+Json jsonOf(const IpcObject& object) {
+  return {{"name", utf8OfAnsi(object.name)}, {"state", object.text()}};
+}
 
 std::string hexOf(const std::string& bytes) {
   constexpr char kDigits[] = "0123456789ABCDEF";
@@ -105,9 +122,9 @@ std::string hexOf(const std::string& bytes) {
   return text;
 }
 
-Json jsonOf(const QueueView& view) {
+Json jsonOf(const QueueView& view, bool isQueue) {
   const OSSIPCQueueHeader& header = view.header;
-  Json queue = {{"isQueue", view.isSound},
+  Json queue = {{"isQueue", isQueue},
                 {"isMoving", view.isMoving},
                 {"capacity", header.capacity},
                 {"writeOffset", header.writeOffset},
@@ -135,9 +152,8 @@ void writeJson(const IpcObjects& objects, const QueueView* view, Output& output)
                    {"spaceSemaphore", jsonOf(objects.spaceSemaphore)},
                    {"event", jsonOf(objects.event)}};
   document["section"]["bytes"] = objects.viewBytes();
-  if (view != nullptr) document["queue"] = jsonOf(*view);
-  // Names are bytes of the ANSI code page.
-  output.write(document.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+  if (view != nullptr) document["queue"] = jsonOf(*view, whyNoQueue(objects, view).empty());
+  output.write(document.dump(2) + '\n');
 }
 
 void writeText(const IpcObjects& objects, const QueueView* view, Output& output) {
@@ -165,12 +181,9 @@ int IpcCommand::run() const {
     return kFailed;
   }
 
-  if (objects.section.presence != Presence::Exists)
-    complain("there is no queue: " + objects.section.name + " is no section");
-  else if (!hasView || !view.isSound)
-    complain("there is no queue: the section's header cannot be one");
-  else
-    return kDone;
+  const std::string why = whyNoQueue(objects, hasView ? &view : nullptr);
+  if (why.empty()) return kDone;
+  complain(why);
   return kFailed;
 }
 

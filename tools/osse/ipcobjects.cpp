@@ -29,6 +29,7 @@ std::string IpcObject::text() const {
   switch (presence) {
     case Presence::Exists: return "exists";
     case Presence::Missing: return "missing";
+    case Presence::SectionsName: return "none (the name is the section's)";
     case Presence::OtherKind: return "another kind of object";
     default: return "refused, system error " + std::to_string(systemError);
   }
@@ -50,6 +51,8 @@ IpcObjects::IpcObjects(const std::string& path, int32_t number, bool local) {
   look(dataSemaphore, ::OpenSemaphoreA);
   look(spaceSemaphore, ::OpenSemaphoreA);
   look(event, ::OpenEventA);
+  if (event.presence == Presence::OtherKind && section.presence == Presence::Exists)
+    event.presence = Presence::SectionsName;
 }
 
 IpcObjects::~IpcObjects() {

@@ -10,19 +10,21 @@
 namespace oss::tool {
 
 // What there is under a name.
-enum class Presence { Missing, Exists, OtherKind, Refused };
+enum class Presence { Missing, Exists, OtherKind, SectionsName, Refused };
 
 struct IpcObject {
   std::string name;
   Presence presence = Presence::Missing;
   uint32_t systemError = 0;  // of Refused
 
-  // "exists", "missing", "another kind of object", "refused, system error 5"
+  // "exists", "missing", "another kind of object", "none (the name is the section's)",
+  // "refused, system error 5"
   std::string text() const;
 };
 
 // What a path and a number may name: the three objects of a queue, and the event of a waitpost. The
-// names' first also is that of a section or semaphore on its own.
+// names' first also is that of a section or semaphore on its own; the event's is the same, so that
+// it cannot exist beside a section.
 class IpcObjects {
  public:
   IpcObjects(const std::string& path, int32_t number, bool local);

@@ -1,4 +1,5 @@
 // What the library tells of the machine, fact by fact.
+#include "ansitext.h"
 #include "machinereport.h"
 #include "osscatalog.h"
 #include "osssysinfo.h"
@@ -18,7 +19,7 @@ Fact factOf(const char* name, const OSSSysInfoDouble& member) {
   return {name, member.value, "", member.status};
 }
 Fact factOf(const char* name, const OSSSysInfoStr& member) {
-  return {name, std::string(member.value), "", member.status};
+  return {name, utf8OfAnsi(member.value), "", member.status};
 }
 
 FactGroup processors() {
@@ -43,7 +44,7 @@ FactGroup operatingSystem() {
            factOf("build", info.build),
            factOf("computer name", info.computerName),
            factOf("processor", info.processor),
-           {"directory", std::string(place.directory), "", rc}}};
+           {"directory", utf8OfAnsi(place.directory), "", rc}}};
 }
 
 FactGroup memory() {
@@ -84,7 +85,7 @@ FactGroup user() {
   const OSSErr ofSession = ossGetCurrentUserDisplay(&param, session);
   return {
       "user",
-      {{"name", std::string(name), "", ofName}, {"session", std::string(session), "", ofSession}}};
+      {{"name", utf8OfAnsi(name), "", ofName}, {"session", utf8OfAnsi(session), "", ofSession}}};
 }
 
 Fact driveTypeOf(const OSSSysInfoUint& member) {
@@ -99,9 +100,9 @@ FactGroup drive(const OSSMountInfo& mount, OSSErr rc) {
   // What a mount point hides leaves the facts as they were.
   disk.serialNumber.status = disk.driveType.status = ECF_FAILED;
   ossGetDiskInfo(&param, &disk);
-  return {std::string("drive ") + mount.mountPoint,
-          {{"volume", std::string(mount.volume), "", rc},
-           {"file system", std::string(mount.fileSystem), "", rc},
+  return {"drive " + utf8OfAnsi(mount.mountPoint),
+          {{"volume", utf8OfAnsi(mount.volume), "", rc},
+           {"file system", utf8OfAnsi(mount.fileSystem), "", rc},
            {"total", mount.totalSize, kMebibytes, rc},
            {"free", mount.freeSize, kMebibytes, rc},
            factOf("serial number", disk.serialNumber),

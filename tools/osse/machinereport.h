@@ -12,6 +12,7 @@
 
 namespace oss::tool {
 
+// Texts are UTF-8.
 using FactValue = std::variant<uint64_t, int64_t, double, std::string>;
 
 struct Fact {
