@@ -52,6 +52,7 @@ LONG WINAPI handle(EXCEPTION_POINTERS* fault) {
   OSSTrapFile trap;
   const std::string path = pathOf(g_folder, g_fault) + ".trap";
   if (trap.open(path.c_str(), OSS_PRIMITIVE_OPEN_ALWAYS) == 0) {
+    trap.seekToEnd();  // behind the dumps of earlier faults
     trap.initialize(0, fault->ExceptionRecord, fault->ContextRecord, nullptr);
     trap.dump(OSS_TRAP_ALL, 0, fault->ExceptionRecord, fault->ContextRecord);
     trap.close();

@@ -45,6 +45,9 @@ class Child {
   Child& operator=(Child&&) = delete;
   ~Child();
 
+  // Signalled at the end; this object's.
+  HANDLE handle() const { return process_; }
+
   // Waits for the end and returns the exit code. A child that does not end within four minutes
   // fails the test and is killed.
   uint32_t wait();

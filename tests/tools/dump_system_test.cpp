@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <filesystem>
 
 #include "harness/childprocess.h"
 #include "osstrace.h"
@@ -64,6 +65,12 @@ CHILD_ROLE(traceCalls) {
   EXPECT_EQ(gtraceDisable(), ECF_OK);
   EXPECT_EQ(gtraceDetach(), ECF_OK);
   return 0;
+}
+
+// Follows a section into a file.
+CHILD_ROLE(follow) {
+  return DumpCommand{.section = arguments[0], .file = arguments[1], .follow = true, .ringBytes = 0}
+      .run();
 }
 
 std::string formatted(const TempDirectory& dir) {
@@ -137,6 +144,54 @@ TEST(TraceDump, ALaterDumperGoesOnWhereTheFirstOneEnded) {
   const std::string all = calls(1, 9000);
   ASSERT_GE(text.size(), all.size());
   EXPECT_TRUE(text.substr(text.size() - all.size()) == all);
+}
+
+// Tracing goes on, so the one that ends is the one that is refused.
+TEST(TraceDump, ASectionIsFollowedByOneDumperAtATime) {
+  TempDirectory dir;
+  SharedBlock shared(GTRACE_CHUNKED);
+  std::vector<Child> both;
+  for (const char* const name : {"0", "1"})
+    both.push_back(startChild("follow", {shared.name(), dir.file(name)},
+                              {.outputFile = dir.file(std::string("said ") + name)}));
+  const HANDLE processes[] = {both[0].handle(), both[1].handle()};
+  const DWORD ended = ::WaitForMultipleObjects(2, processes, FALSE, 240'000);
+  ASSERT_LT(ended, 2u);
+  EXPECT_EQ(both[ended].wait(), uint32_t{oss::tool::kFailed});
+  const std::string number = std::to_string(ended);
+  EXPECT_EQ(readFile(dir.file("said " + number)),
+            "osse: " + shared.name() + ": is being followed already\n");
+  EXPECT_FALSE(std::filesystem::exists(dir.file(number)));
+
+  // One that was ended leaves the right to the next.
+  both[1 - ended].kill();
+  Child child = startChild("traceCalls", {shared.name(), "5000"});
+  DumpCommand dump = dumpOf(shared, dir);
+  dump.follow = true;
+  EXPECT_EQ(dump.run(), oss::tool::kDone);
+  EXPECT_EQ(child.wait(), 0u);
+  EXPECT_TRUE(formatted(dir) == calls(1, 5000));
+}
+
+TEST(TraceDump, AFollowingThatCannotBeginSaysThatTheProgramWaits) {
+  TempDirectory dir;
+  SharedBlock shared(GTRACE_CHUNKED);
+  DumpCommand dump = dumpOf(shared, dir);
+  dump.follow = true;
+  dump.file = dir.file("missing\\dump");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(dump.run(), oss::tool::kFailed);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "osse: " + dump.file + ": cannot be written, system error 3\nosse: " + shared.name() +
+                ": its program waits until it is followed into another file, or that is ended by "
+                "Ctrl+C\n");
+
+  // Nothing is lost by it.
+  Child child = startChild("traceCalls", {shared.name(), "5000"});
+  dump.file = dir.file("dump");
+  EXPECT_EQ(dump.run(), oss::tool::kDone);
+  EXPECT_EQ(child.wait(), 0u);
+  EXPECT_TRUE(formatted(dir) == calls(1, 5000));
 }
 
 TEST(TraceDump, ARingFileKeepsTheNewestChunks) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tools/toolrun.h"
+#include "tools/trapparts.h"
 
 using namespace osse_test;
 
@@ -197,4 +198,26 @@ TEST(TraceFormat, AFileThatIsNoDumpIsRefused) {
 
   EXPECT_EQ(command.run(), oss::tool::kFailed);
   EXPECT_EQ(dir.names(), std::vector<std::string>{"dump"});
+}
+
+TEST(TraceFormat, AFileThatIsNoDumpIsCalledWhatItIs) {
+  TempDirectory dir;
+  const oss::tool::FormatCommand command{
+      .file = dir.file("dump"), .output = dir.file("output"), .flow = false};
+  const auto complaintOf = [&](const std::string& bytes) {
+    writeFile(command.file, bytes);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(command.run(), oss::tool::kFailed);
+    return testing::internal::GetCapturedStderr();
+  };
+  const std::string start = "osse: " + command.file + ": ";
+  const std::string noDump =
+      start + "is no trace dump: " + "ECF_GTRACE_DUMP_FILE_INVALID_EYE_CATCHER, " +
+      ecfErrorGetDescription(ECF_GTRACE_DUMP_FILE_INVALID_EYE_CATCHER) + '\n';
+  EXPECT_EQ(complaintOf(""), noDump);
+  EXPECT_EQ(complaintOf("a text of any length"), noDump);
+  EXPECT_EQ(complaintOf(TrapParts().whole()), start + "is a trap file; see osse trap\n");
+  EXPECT_EQ(complaintOf(DumpBuilder().instantaneous().substr(0, 1000)),
+            start + "ECF_GTRACE_DUMP_FILE_HEADER_TRUNCATED, " +
+                ecfErrorGetDescription(ECF_GTRACE_DUMP_FILE_HEADER_TRUNCATED) + '\n');
 }

@@ -134,3 +134,49 @@ TEST(TraceStats, AFilledBufferLostWhatCameLater) {
                 std::string(kNoRejects) +
                 "lost: the buffer filled, and later records were dropped\n");
 }
+
+namespace {
+
+// What is told of a dump by the command and on standard error, without its path.
+template <class Command>
+std::pair<std::string, std::string> shownAndTold(const std::string& dump) {
+  testing::internal::CaptureStderr();
+  const std::string shown = run(Command{}, dump);
+  const std::string told = testing::internal::GetCapturedStderr();
+  return {shown, told.empty() ? "" : told.substr(told.rfind(": ") + 2)};
+}
+
+}  // namespace
+
+TEST(TraceStats, ACutTableOfFunctionsIsTold) {
+  using oss::tool::FormatCommand;
+  using oss::tool::StatsCommand;
+  DumpBuilder dump;
+  dump.options().mode = GTRACE_FUNCTION_COUNT;
+  dump.options().flags = GTRACE_COUNTING;
+  const std::string whole = dump.counts({{12, kRead, 0}, {3, kOpen, 0}});
+  EXPECT_EQ(shownAndTold<StatsCommand>(whole).second, "");
+
+  // In the second entry.
+  const std::string cut = whole.substr(0, sizeof(GTraceDumpHeader) + 24);
+  const std::string missing = "is cut off, it lacks 524264 of 524288 bytes of its table\n";
+  const auto [shown, told] = shownAndTold<StatsCommand>(cut);
+  EXPECT_EQ(told, missing);
+  EXPECT_EQ(shown,
+            "calls  total s  function\n"
+            "   12        -  OSSHFile::read\n"
+            "lost: the file " +
+                missing);
+  EXPECT_EQ(shownAndTold<FormatCommand>(cut).second, missing);
+}
+
+TEST(TraceStats, AChunkThatEndsWithinASlotIsTold) {
+  using oss::tool::StatsCommand;
+  DumpBuilder dump;
+  const std::string whole = dump.entry(kOpen).entry(kRead).autoDump();
+  EXPECT_EQ(shownAndTold<StatsCommand>(whole).second, "");
+  const auto [shown, told] = shownAndTold<StatsCommand>(whole.substr(0, whole.size() - 1));
+  EXPECT_EQ(told, "is cut off, it lacks the end of a slot\n");
+  EXPECT_EQ(slotsOf(shown).substr(slotsOf(shown).find("lost")),
+            "lost: the file is cut off, it lacks the end of a slot\n");
+}

@@ -120,9 +120,9 @@ TEST(TrapMinidump, HoldsNoMoreThanTheTrapFile) {
   parts.frames.clear();
   parts.rawStack.clear();
   put<uint32_t>(parts.header, 8, 0);
-  EXPECT_THAT(
-      missingInMinidump(*readTrapFile(parts.whole())),
-      ElementsAre("the system", "the registers", "the exception", "the modules", "the stack"));
+  EXPECT_THAT(missingInMinidump(*readTrapFile(parts.whole())),
+              ElementsAre("the system: x64 with no version is assumed", "the registers",
+                          "the exception", "the modules", "the stack"));
 
   const std::string dump = dumpOf(parts);
   auto streams = streamsOf(dump);

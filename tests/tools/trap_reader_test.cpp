@@ -160,20 +160,12 @@ TEST(TrapReader, WhatIsNoTrapFileIsRefused) {
   EXPECT_FALSE(read(std::string(392, '\0')));
 }
 
-TEST(TrapReader, AHeaderIsFoundBehindOtherBytesAndASecondOneEndsTheFile) {
-  const TrapParts parts;
-  const std::optional<TrapFile> trap = read("older text\n" + parts.whole() + parts.whole());
+TEST(TrapReader, AHeaderIsFoundBehindOtherBytes) {
+  const std::optional<TrapFile> trap = read("older text\n" + TrapParts().whole());
   ASSERT_TRUE(trap);
   EXPECT_EQ(trap->places.front().offset, 11u);
   EXPECT_EQ(trap->places.size(), 9u);
-  const std::string second = "at 0x" + [&] {
-    char text[20];
-    std::snprintf(text, sizeof text, "%X", static_cast<unsigned>(11 + parts.whole().size()));
-    return std::string(text);
-  }();
-  EXPECT_THAT(trap->problems,
-              ElementsAre("at 0x0: 11 bytes stand in front of the header",
-                          second + ": another header begins; what follows is not shown"));
+  EXPECT_THAT(trap->problems, ElementsAre("at 0x0: 11 bytes stand in front of the header"));
 }
 
 // Every byte of the file is its end once. What lies in front of it is there, and a cut within a
@@ -357,4 +349,61 @@ TEST(TrapReader, AnyBytesAreReadToTheirEnd) {
     EXPECT_LE(behind, file.size());
     EXPECT_LE(trap->problems.size(), 51u);
   }
+}
+
+TEST(TrapReader, AStackOfAnotherFaultIsTold) {
+  TrapParts parts;
+  put<uint64_t>(parts.context, 0xF8, kFaultAddress + 2);
+  EXPECT_THAT(read(parts.whole())->problems,
+              ElementsAre("at 0xBD2: the walk does not begin where the registers are: the stack is "
+                          "of another fault"));
+
+  // A walk that failed tells nothing of where it began, nor does a file without registers.
+  parts.frames = trapFrame(kFaultAddress, kWalkFailed, kStackPointer);
+  EXPECT_THAT(read(parts.whole())->problems, IsEmpty());
+  parts = TrapParts();
+  parts.context.clear();
+  EXPECT_THAT(read(parts.whole())->problems, IsEmpty());
+}
+
+// Three dumps, the second of any set of sections: each is read as if it were alone.
+TEST(TrapReader, EachOfSeveralDumpsIsRead) {
+  const std::string whole = TrapParts().whole();
+  for (uint32_t set = 0; set < 1u << std::size(kSections); ++set) {
+    TrapParts parts;
+    for (size_t i = 0; i < std::size(kSections); ++i)
+      if ((set >> i & 1) == 0) leaveOut(parts, i);
+    if (parts.modules.empty()) put<uint16_t>(parts.header, 46, 0);
+    put<uint32_t>(parts.header, 8, 5151);
+    const std::string file = whole + parts.whole() + whole;
+    for (uint64_t number = 1; number <= 3; ++number) {
+      std::optional<TrapFile> trap = readTrapFile(file, number);
+      ASSERT_TRUE(trap);
+      EXPECT_EQ(trap->number, number);
+      EXPECT_EQ(trap->dumps, 3u);
+      EXPECT_THAT(trap->problems, IsEmpty()) << "dump " << number << " set " << set;
+      EXPECT_EQ(trap->header.value.processId, number == 2 ? 5151u : 4242u);
+      const uint64_t start = trap->places.front().offset;
+      for (TrapFile::Place& place : trap->places) place.offset -= start;
+      EXPECT_EQ(placesOf(*trap), expectedPlaces(number == 2 ? parts : TrapParts()))
+          << "dump " << number << " set " << set;
+    }
+  }
+}
+
+TEST(TrapReader, TheLastDumpIsReadUnlessAnotherIsWanted) {
+  TrapParts last;
+  put<uint32_t>(last.header, 8, 5151);
+  const std::string file = TrapParts().whole() + last.whole();
+  for (const uint64_t number : {uint64_t{2}, uint64_t{3}, kLastDump})
+    EXPECT_EQ(readTrapFile(file, number)->header.value.processId, 5151u) << number;
+  EXPECT_EQ(readTrapFile(file)->number, 2u);
+
+  // A dump that ended early does not take from the next one.
+  const std::string cut = TrapParts().whole();
+  const size_t behindModules = cut.find(last.version + last.instructions);
+  const std::optional<TrapFile> first = readTrapFile(cut.substr(0, behindModules) + file, 1);
+  EXPECT_EQ(first->places.size(), 6u);
+  EXPECT_EQ(first->dumps, 3u);
+  EXPECT_THAT(first->problems, IsEmpty());
 }

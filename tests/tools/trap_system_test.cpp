@@ -199,3 +199,65 @@ TEST(TrapSystem, WhatIsNoTrapFileIsRefusedAndNothingWritten) {
             kFailed);
   EXPECT_THAT(dir.names(), testing::ElementsAre("text"));
 }
+
+// As a handler appends them: each fault is whole, and the last one is shown unless another is asked
+// for.
+TEST(TrapSystem, EachFaultOfAFileIsShown) {
+  const TempDirectory dir;
+  ASSERT_EQ(startFault("divide", dir.file("trap")).wait(), kTrapped);
+  ASSERT_EQ(startFault("write", dir.file("trap")).wait(), kTrapped);
+  const auto run = [&](uint64_t dump, int expected, const std::string& complaint) {
+    const TrapShowCommand show{.file = dir.file("trap"),
+                               .output = dir.file("json"),
+                               .json = true,
+                               .full = false,
+                               .dump = dump};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(show.run(), expected);
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(told, complaint.empty() ? "" : "osse: " + dir.file("trap") + complaint + '\n');
+    return expected == kDone ? Json::parse(readFile(dir.file("json"))) : Json();
+  };
+  const Json last = run(0, kDone, ": holds 2 dumps, and this is the last; see --dump");
+  EXPECT_EQ(last["dump"], (Json{{"number", 2}, {"of", 2}}));
+  EXPECT_EQ(last["exception"]["name"], "access violation");
+  EXPECT_EQ(last["problems"], Json::array());
+  EXPECT_EQ(last["sections"].size(), 9u);
+
+  const Json first = run(1, kDone, "");
+  EXPECT_EQ(first["dump"], (Json{{"number", 1}, {"of", 2}}));
+  EXPECT_EQ(first["exception"]["name"], "integer divide by zero");
+  EXPECT_EQ(first["problems"], Json::array());
+  EXPECT_EQ(run(2, kDone, ""), last);
+  run(3, kFailed, ": holds no dump 3, the last is 2");
+
+  const TrapExportCommand exporting{
+      .file = dir.file("trap"), .minidump = dir.file("dump"), .dump = 1};
+  EXPECT_EQ(exporting.run(), kDone);
+  Minidump dump(readFile(dir.file("dump")));
+  EXPECT_EQ(dump.stream<MINIDUMP_EXCEPTION_STREAM>(ExceptionStream).ExceptionRecord.ExceptionCode,
+            DWORD{STATUS_INTEGER_DIVIDE_BY_ZERO});
+}
+
+TEST(TrapSystem, WhatIsWrongIsToldInOneLine) {
+  const TempDirectory dir;
+  const auto complaintOf = [&](const std::string& bytes) {
+    writeFile(dir.file("trap"), bytes);
+    const TrapExportCommand command{.file = dir.file("trap"), .minidump = dir.file("dump")};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(command.run(), kDone);
+    return testing::internal::GetCapturedStderr();
+  };
+  const std::string start = "osse: " + dir.file("trap") + ": ";
+  const std::string whole = TrapParts().whole();
+  EXPECT_EQ(complaintOf(whole.substr(0, whole.size() - 1)),
+            start + "is damaged or cut off at 0x319A: the file is cut off in a module record\n");
+  EXPECT_EQ(complaintOf("text" + whole.substr(0, whole.size() - 1)),
+            start +
+                "is damaged or cut off, 2 problems; the first is at 0x0: 4 bytes stand in front of "
+                "the header\n");
+  TrapParts parts;
+  parts.system.clear();
+  EXPECT_EQ(complaintOf(parts.whole()),
+            start + "does not have the system: x64 with no version is assumed\n");
+}

@@ -19,6 +19,7 @@ const char* path = nullptr;
 LONG CALLBACK writeTrap(EXCEPTION_POINTERS* fault) {
   OSSTrapFile trap;
   trap.open(path, OSS_PRIMITIVE_OPEN_ALWAYS);
+  trap.seekToEnd();
   trap.initialize(0, fault->ExceptionRecord, fault->ContextRecord, nullptr);
   trap.dump(OSS_TRAP_ALL, 0, fault->ExceptionRecord, fault->ContextRecord);
   trap.close();

@@ -65,12 +65,14 @@ struct TrapShowCommand {
   std::string output;
   bool json = false;
   bool full = false;  // of the text; JSON always has all
+  uint64_t dump = 0;  // of a file with several, from 1 on; 0 is the last
   int run() const;
 };
 
 struct TrapExportCommand {
   std::string file;
   std::string minidump;  // the file to write
+  uint64_t dump = 0;     // as above
   int run() const;
 };
 

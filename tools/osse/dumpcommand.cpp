@@ -6,6 +6,7 @@
 #include "counts.h"
 #include "follow.h"
 #include "section.h"
+#include "solefollower.h"
 #include "terminal.h"
 
 namespace oss::tool {
@@ -46,6 +47,14 @@ int dumpNow(Section& section, const DumpCommand& command) {
   return finish(command.file, written);
 }
 
+// The file is none, or has no header: following has not begun, and ends no waiting either.
+int refuseToBegin(const std::string& section) {
+  complain(
+      section +
+      ": its program waits until it is followed into another file, or that is ended by Ctrl+C");
+  return kFailed;
+}
+
 int dumpFollowing(Section& section, const DumpCommand& command) {
   if (section.isCounting()) {
     complain(command.section + ": counts functions and has no chunks to follow");
@@ -53,6 +62,11 @@ int dumpFollowing(Section& section, const DumpCommand& command) {
   }
   RamboChunkWalker first{};
   if (const OSSErr rc = section.firstChunk(first)) return refuse(command.section, rc);
+  const SoleFollower follower(command.section);
+  if (!follower.hasRight()) {
+    complain(command.section + ": is being followed already");
+    return kFailed;
+  }
   if (section.ring().autoDump == 0) {
     complain(command.section + ": auto-dump has been switched off for this buffer");
     return kFailed;
@@ -66,8 +80,11 @@ int dumpFollowing(Section& section, const DumpCommand& command) {
   if (mostChunks != 0) header->options.ringFile[0] = 1;
 
   OutputFile file;
-  if (!file.open(command.file)) return kFailed;
-  if (!file.write(header.get(), sizeof *header)) return finish(command.file, false);
+  if (!file.open(command.file)) return refuseToBegin(command.section);
+  if (!file.write(header.get(), sizeof *header)) {
+    complain(command.file + ": could not be written");
+    return refuseToBegin(command.section);
+  }
   ChunkFile chunks(file, mostChunks);
   return finish(command.file, Follow(section, first, chunks).run());
 }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "clock.h"
 #include "ossfile.h"
@@ -23,8 +24,12 @@ class DumpFile {
   DumpFile(const DumpFile&) = delete;
   DumpFile& operator=(const DumpFile&) = delete;
 
-  // \return 0, or why the file is no dump that can be read; once for each DumpFile
+  // \return 0, or why the file is no dump that can be read; once for each DumpFile. One that does
+  // not begin as dumps do gives ECF_GTRACE_DUMP_FILE_INVALID_EYE_CATCHER, however short it is
   OSSErr open(const std::string& path);
+
+  // What is no dump, but a file that a faulting process writes.
+  bool isTrapFile();
 
   const GTraceDumpHeader& header() const { return *header_; }
   bool isCounts() const { return parser_.kind == GTRACE_COUNT_DUMP; }
@@ -32,6 +37,8 @@ class DumpFile {
   bool hasStamps() const { return (header_->options.flags & GTRACE_STAMP) != 0; }
   bool wrapped() const;
   bool truncated() const;
+  // What a dump lacks that ends too early; "" when nothing tells of that.
+  std::string missing();
 
   // The clock of the dumping process; without stamps one that counts records as microseconds.
   Clock clock() const { return Clock(hasStamps() ? header_->ticksPerSecond : 1'000'000); }
@@ -53,6 +60,8 @@ class DumpFile {
   static constexpr uint64_t kPayload = RAMBO_CHUNK;
 
   OSSErr readHeader();
+  OSSErr rewind();
+  bool beginsWith(std::string_view magic);
 
   OSSHFile file_;
   bool isOpen_ = false;

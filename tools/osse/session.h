@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "dumpfile.h"
 #include "names.h"
+#include "osscatalog.h"
 #include "output.h"
 #include "terminal.h"
 
@@ -16,13 +17,16 @@ class Session {
  public:
   Session() : output(&OutputFile::sink, &file_) {}
 
-  // Opens both. The output is created only when the dump is one. \return false, with a complaint
+  // Opens both. The output is created only when the dump is one, also one that is cut off, which is
+  // told. \return false, with a complaint
   bool open(const std::string& dumpPath, const std::string& outputPath) {
     if (const OSSErr rc = dump.open(dumpPath)) {
-      complain(dumpPath, rc);
+      refuse(dumpPath, rc);
       return false;
     }
-    return file_.open(outputPath);
+    if (const std::string missing = dump.missing(); !missing.empty())
+      complain(dumpPath + ": is cut off, it lacks " + missing);
+    return file_.open(outputPath, dumpPath);
   }
 
   // \return the exit code
@@ -43,6 +47,15 @@ class Session {
   Output output;
 
  private:
+  void refuse(const std::string& dumpPath, OSSErr rc) {
+    if (rc != ECF_GTRACE_DUMP_FILE_INVALID_EYE_CATCHER)
+      complain(dumpPath, rc);
+    else if (dump.isTrapFile())
+      complain(dumpPath + ": is a trap file; see osse trap");
+    else
+      complain(dumpPath + ": is no trace dump", rc);
+  }
+
   OutputFile file_;
 };
 

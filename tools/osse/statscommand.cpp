@@ -40,6 +40,11 @@ void writeSlots(const SlotScan& scan, Output& output) {
   line(output, "  stale", scan.rejected(Reject::Stale));
 }
 
+void writeCut(Session& session) {
+  if (const std::string missing = session.dump.missing(); !missing.empty())
+    session.output.write("lost: the file is cut off, it lacks " + missing + "\n");
+}
+
 void writeLosses(const DumpFile& dump, const RamboDumpTail* tail, Output& output) {
   if (dump.truncated()) output.write("lost: the buffer filled, and later records were dropped\n");
   if (!dump.wrapped()) return;
@@ -89,6 +94,7 @@ void writeCountsOf(Session& session) {
   writeCounts(std::move(counts), hasTimes, Clock(header.ticksPerSecond), session.names,
               session.output);
   writeLostCalls(session);
+  writeCut(session);
 }
 
 int StatsCommand::run() const {
@@ -106,6 +112,7 @@ int StatsCommand::run() const {
   calls.finish(stats);
   stats.write(session.output, session.names, dump.clock(), dump.hasStamps());
   writeRing(session);
+  writeCut(session);
   return session.close();
 }
 

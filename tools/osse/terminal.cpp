@@ -25,6 +25,25 @@ bool writeAll(HANDLE file, const char* data, uint64_t size) {
   return true;
 }
 
+// Fills in what tells a file from every other one. \return false when there is none
+bool identify(const std::string& path, BY_HANDLE_FILE_INFORMATION& file) {
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  const HANDLE handle =
+      ::CreateFileA(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return false;
+  const bool isTold = ::GetFileInformationByHandle(handle, &file) != 0;
+  ::CloseHandle(handle);
+  return isTold;
+}
+
+// By the file's number on its volume: another spelling of the path, or a link, leads to the same.
+bool isSameFile(const std::string& one, const std::string& other) {
+  BY_HANDLE_FILE_INFORMATION a, b;
+  return identify(one, a) && identify(other, b) &&
+         a.dwVolumeSerialNumber == b.dwVolumeSerialNumber && a.nFileIndexHigh == b.nFileIndexHigh &&
+         a.nFileIndexLow == b.nFileIndexLow;
+}
+
 void tell(std::string_view text) {
   writeAll(::GetStdHandle(STD_ERROR_HANDLE), text.data(), text.size());
 }
@@ -76,10 +95,14 @@ OutputFile::~OutputFile() {
   if (isOurs_) ::CloseHandle(handle_);
 }
 
-bool OutputFile::open(const std::string& path) {
+bool OutputFile::open(const std::string& path, const std::string& input) {
   if (path.empty()) {
     handle_ = ::GetStdHandle(STD_OUTPUT_HANDLE);
     return true;
+  }
+  if (!input.empty() && isSameFile(path, input)) {
+    complain(path + ": is the input, and would be emptied before it is read");
+    return false;
   }
   const HANDLE file = ::CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                     CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);

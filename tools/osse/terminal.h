@@ -28,8 +28,9 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // Creates or empties the file. \return false, with a complaint, when it cannot
-  bool open(const std::string& path);
+  // Creates or empties the file, unless it is `input`, the one that the command reads. \return
+  // false, with a complaint, when it cannot
+  bool open(const std::string& path, const std::string& input = {});
 
   // Writes at the end, or at an offset. \return false when not everything was written
   bool write(const void* data, uint64_t size);

@@ -8,27 +8,39 @@
 namespace oss::tool {
 namespace {
 
-// \return nothing, with a complaint, when there is no trap file to be read
-std::optional<TrapFile> open(const std::string& path) {
+// \param number  of the dump; 0 is the last
+// \return nothing, with a complaint, when there is no trap file to be read, or no such dump in it
+std::optional<TrapFile> open(const std::string& path, uint64_t number) {
   std::string bytes;
   if (!readInput(path, kLargestTrapFile, bytes)) return std::nullopt;
   if (bytes.size() == kLargestTrapFile) complain(path + ": only its first 16 MiB are read");
-  std::optional<TrapFile> trap = readTrapFile(bytes);
+  std::optional<TrapFile> trap = readTrapFile(bytes, number == 0 ? kLastDump : number);
   if (!trap) {
     complain(path + ": is no trap file, the eye-catcher " + OSS_TRAP_EYE_CATCHER + " is missing");
-  } else if (!trap->problems.empty()) {
-    complain(path + ": is damaged or cut off, " + std::to_string(trap->problems.size()) +
-             " problems; the first is " + trap->problems.front());
+    return trap;
   }
+  const std::string dumps = std::to_string(trap->dumps);
+  if (number > trap->dumps) {
+    complain(path + ": holds no dump " + std::to_string(number) + ", the last is " + dumps);
+    return std::nullopt;
+  }
+  if (number == 0 && trap->dumps > 1)
+    complain(path + ": holds " + dumps + " dumps, and this is the last; see --dump");
+  if (const auto& problems = trap->problems; !problems.empty())
+    complain(path + ": is damaged or cut off" +
+             (problems.size() == 1
+                  ? ""
+                  : ", " + std::to_string(problems.size()) + " problems; the first is") +
+             " " + problems.front());
   return trap;
 }
 
 }  // namespace
 
 int TrapShowCommand::run() const {
-  const std::optional<TrapFile> trap = open(file);
+  const std::optional<TrapFile> trap = open(file, dump);
   OutputFile target;
-  if (!trap || !target.open(output)) return kFailed;
+  if (!trap || !target.open(output, file)) return kFailed;
   Output text(&OutputFile::sink, &target);
   const TrapDocument document = describe(*trap);
   if (json)
@@ -41,13 +53,13 @@ int TrapShowCommand::run() const {
 }
 
 int TrapExportCommand::run() const {
-  const std::optional<TrapFile> trap = open(file);
+  const std::optional<TrapFile> trap = open(file, dump);
   if (!trap) return kFailed;
   for (const std::string& missing : missingInMinidump(*trap))
-    complain(file + ": does not have " + missing + ", nor will the minidump");
+    complain(file + ": does not have " + missing);
   const std::string bytes = minidumpOf(*trap);
   OutputFile target;
-  if (!target.open(minidump)) return kFailed;
+  if (!target.open(minidump, file)) return kFailed;
   if (target.write(bytes.data(), bytes.size())) return kDone;
   complain(minidump + ": could not be written");
   return kFailed;

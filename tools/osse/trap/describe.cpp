@@ -288,6 +288,7 @@ Json sectionsOf(const TrapFile& trap) {
 TrapDocument describe(const TrapFile& trap) {
   const ModuleMap map(trap.loaded());
   Json document;
+  if (trap.dumps > 1) document["dump"] = {{"number", trap.number}, {"of", trap.dumps}};
   document["header"] = headerOf(trap);
   if (trap.has(TrapSection::System)) document["system"] = systemOf(trap);
   if (trap.memory.bytes != 0) document["memory"] = memoryOf(trap.memory);

@@ -183,7 +183,7 @@ std::string minidumpOf(const TrapFile& trap) { return MinidumpWriter(trap).write
 
 std::vector<std::string> missingInMinidump(const TrapFile& trap) {
   std::vector<std::string> missing;
-  if (trap.system.bytes == 0) missing.emplace_back("the system");
+  if (trap.system.bytes == 0) missing.emplace_back("the system: x64 with no version is assumed");
   if (!hasRegisters(trap)) missing.emplace_back("the registers");
   if (!trap.exception.isWhole()) missing.emplace_back("the exception");
   if (trap.loaded().empty()) missing.emplace_back("the modules");

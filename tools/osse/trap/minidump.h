@@ -15,7 +15,7 @@ namespace oss::tool {
 // \return its bytes
 std::string minidumpOf(const TrapFile& trap);
 
-// What a debugger will miss: "the registers".
+// What a debugger will miss, or has to be told without the file: "the registers".
 std::vector<std::string> missingInMinidump(const TrapFile& trap);
 
 }  // namespace oss::tool

@@ -31,7 +31,7 @@ std::string TrapReader::takeText(uint64_t bytes) {
 
 bool TrapReader::read() {
   if (!findHeader()) return false;
-  while (file_.left(at_) != 0 && readNext()) {
+  while (!isEnd(at_) && readNext()) {
   }
   return true;
 }
@@ -39,16 +39,18 @@ bool TrapReader::read() {
 // ---- The header ----
 
 bool TrapReader::findHeader() {
-  uint64_t at = 0;
-  while (file_.left(at) != 0 && !isHeader(file_, at)) ++at;
+  const uint64_t start = at_;
+  uint64_t at = start;
+  while (!isEnd(at)) ++at;
   if (file_.left(at) != 0) {
-    if (at != 0) problem(std::to_string(at) + " bytes stand in front of the header", 0);
+    if (at != start)
+      problem(std::to_string(at - start) + " bytes stand in front of the header", start);
     readHeader(at);
     return true;
   }
   // Without its eye-catcher a header is one when a section follows it.
-  readHeader(0);
-  problem("the eye-catcher is damaged", 0);
+  readHeader(start);
+  problem("the eye-catcher is damaged", start);
   return trap_.header.isWhole() && file_.left(at_) != 0 && known(at_);
 }
 
@@ -133,13 +135,13 @@ bool TrapReader::isException(uint64_t at) const {
   constexpr uint32_t kSystemCode = 0xC0000000;
   if (!tool::isException(file_, at)) return false;
   const uint64_t behind = at + sizeof(ExceptionRecord);
-  return file_.left(behind) == 0 || *file_.get<uint32_t>(at) >= kSystemCode || knownByMarks(behind);
+  return isEnd(behind) || *file_.get<uint32_t>(at) >= kSystemCode || knownByMarks(behind);
 }
 
 bool TrapReader::isVersion(uint64_t at) const {
   if (!isLibraryVersion(file_, at)) return false;
   const uint64_t behind = at + sizeof(ApiVersion);
-  if (file_.left(behind) == 0 || isStack(behind)) return true;
+  if (isEnd(behind) || isStack(behind)) return true;
   if (!isMet(TrapSection::ModuleSection) && isModuleSection(file_, behind)) return true;
   return (trap_.header.value.contents & OSS_TRAP_HAS_LIBRARY_VERSION) != 0 &&
          (findFrames(behind) || isEndOfStack(behind));
@@ -150,10 +152,10 @@ bool TrapReader::isStack(uint64_t at) const {
   const uint32_t instructions = trap_.header.value.instructionBytes;
   if (instructions > OSS_TRAP_MOST_INSTRUCTIONS) return false;
   const uint64_t behind = at + instructions;
-  if (file_.left(behind) != 0 && isFrame(file_, behind)) return true;
-  if (instructions == 0) return false;
+  if (!isEnd(behind) && isFrame(file_, behind)) return true;
+  if (instructions == 0 || file_.left(at) < instructions) return false;
   const bool isOther = !isMet(TrapSection::Exception) && tool::isException(file_, at);
-  return (file_.left(at) == instructions && !isOther) ||
+  return (isEnd(behind) && !isOther) ||
          (!isMet(TrapSection::ModuleSection) && isModuleSection(file_, behind));
 }
 
@@ -177,10 +179,6 @@ std::optional<uint64_t> TrapReader::findFrames(uint64_t at) const {
 // ---- The walk ----
 
 bool TrapReader::readNext() {
-  if (isHeader(file_, at_)) {
-    problem("another header begins; what follows is not shown", at_);
-    return false;
-  }
   std::optional<TrapSection> section = known(at_);
   if (!section) {
     section = knownByWhatFollows(at_);
@@ -195,16 +193,17 @@ bool TrapReader::skipToKnown() {
   using enum TrapSection;
   uint64_t at = at_ + 1;
   std::optional<TrapSection> section;
-  while (file_.left(at) != 0 && !isHeader(file_, at) && !(section = knownFromAfar(at))) ++at;
-  const bool isLast = file_.left(at) == 0;
+  while (!isEnd(at) && !(section = knownFromAfar(at))) ++at;
+  const bool isLast = isEnd(at);
   if (section == Environment && hasEnvironmentEnd()) {
     readEnvironment();
     return true;
   }
   const bool hasThread = isMet(Context) || isMet(Modules) || isMet(LibraryVersion);
-  if (isLast && hasThread && !isMet(Stack) && isEndOfStack(at_)) {
+  if (file_.left(at) == 0 && hasThread && !isMet(Stack) && isEndOfStack(at_)) {
     readStack();
     if (file_.left(at_) != 0) problem("the file is cut off in a frame", at_);
+    at_ = at;
     return false;
   }
   problem(std::to_string(at - at_) + (isLast ? " bytes at the end" : " bytes") +
@@ -295,13 +294,12 @@ void TrapReader::readEnvironment() {
   place(TrapSection::Environment, start);
 }
 
-// Whether the end mark is still to come: without it nothing says that what looks like a string,
-// behind one that is damaged, still is one.
+// Whether the end mark is still to come in this dump: without it nothing says that what looks like
+// a string, behind one that is damaged, still is one.
 bool TrapReader::hasEnvironmentEnd() {
   environmentEnd_ = std::max(environmentEnd_, at_);
-  while (file_.left(environmentEnd_) != 0 && !isEnvironmentEnd(file_, environmentEnd_))
-    ++environmentEnd_;
-  return file_.left(environmentEnd_) != 0;
+  while (!isEnd(environmentEnd_) && !isEnvironmentEnd(file_, environmentEnd_)) ++environmentEnd_;
+  return !isEnd(environmentEnd_);
 }
 
 // ---- Modules ----

@@ -5,20 +5,28 @@
 // it is, when behind it stands one that is known, or the file's end. If that fails as well, it goes
 // on a byte at a time until a section is known.
 //
+// Another header ends a dump, as the file's end does: what follows is another walk's.
+//
 // Always true: every step moves on, so the walk ends; each section is read once.
 #pragma once
 
+#include "trap/marks.h"
 #include "trap/trapfile.h"
 
 namespace oss::tool {
 
 class TrapReader {
  public:
-  // \param trap  an empty one, which is filled
-  TrapReader(std::string_view file, TrapFile& trap) : file_(file), trap_(trap) {}
+  // \param start  where the dump begins
+  // \param trap   an empty one, which is filled
+  TrapReader(std::string_view file, uint64_t start, TrapFile& trap)
+      : file_(file), trap_(trap), at_(start) {}
 
   // \return false when there is no header
   bool read();
+
+  // Behind it: where the next dump begins, or the file's end.
+  uint64_t end() const { return at_; }
 
  private:
   using Modules = std::vector<Part<OSSTrapModule>>;
@@ -31,7 +39,8 @@ class TrapReader {
   std::optional<TrapSection> knownByMarks(uint64_t at) const;
   std::optional<TrapSection> knownByWhatFollows(uint64_t at) const;
   std::optional<TrapSection> knownFromAfar(uint64_t at) const;
-  bool isFollowed(uint64_t at) const { return file_.left(at) == 0 || known(at); }
+  bool isEnd(uint64_t at) const { return file_.left(at) == 0 || isHeader(file_, at); }
+  bool isFollowed(uint64_t at) const { return isEnd(at) || known(at); }
   bool isMet(TrapSection section) const { return met_[static_cast<size_t>(section)]; }
   bool isException(uint64_t at) const;
   bool isVersion(uint64_t at) const;
@@ -52,7 +61,8 @@ class TrapReader {
   void readInstructions();
   void readFrames();
   void readRawStack();
-  std::optional<uint64_t> wordsToModuleSection() const;
+  bool isOfAnotherFault() const;
+  std::optional<uint64_t> wordsToNextSection() const;
 
   // Takes the record that stands here and moves behind it.
   template <class Record>
@@ -67,7 +77,7 @@ class TrapReader {
 
   Bytes file_;
   TrapFile& trap_;
-  uint64_t at_ = 0;
+  uint64_t at_;
   uint64_t environmentEnd_ = 0;  // where its mark was found
   bool met_[kTrapSections] = {};
 };

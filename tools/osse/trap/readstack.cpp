@@ -17,8 +17,19 @@ void TrapReader::readStack() {
   met_[static_cast<size_t>(TrapSection::Stack)] = true;
   readInstructions();
   readFrames();
+  if (isOfAnotherFault())
+    problem("the walk does not begin where the registers are: the stack is of another fault",
+            start);
   readRawStack();
   place(TrapSection::Stack, start);
+}
+
+// A walk begins at the context's instruction. One that failed at once tells nothing.
+bool TrapReader::isOfAnotherFault() const {
+  if (trap_.frames.empty() || !trap_.context.holds(&Context::rip)) return false;
+  const Part<WalkFrame>& first = trap_.frames.front();
+  return first.isWhole() && first.value.returning.offset != OSS_TRAP_WALK_FAILED &&
+         first.value.pc.offset != trap_.context.value.rip;
 }
 
 void TrapReader::readInstructions() {
@@ -81,7 +92,7 @@ void TrapReader::readRawStack() {
   trap_.stackWords = std::min(*words, OSS_TRAP_MOST_STACK_WORDS);
   const uint64_t bytes = *trap_.stackWords * sizeof(uint64_t);
   if (*words > OSS_TRAP_MOST_STACK_WORDS || !isFollowed(at_ + bytes)) {
-    const std::optional<uint64_t> there = wordsToModuleSection();
+    const std::optional<uint64_t> there = wordsToNextSection();
     if (there) trap_.stackWords = there;
     if (*words != trap_.stackWords)
       problem("the raw stack's count of words is damaged", at_ - sizeof *words);
@@ -91,9 +102,12 @@ void TrapReader::readRawStack() {
     problem("the file is cut off in the raw stack", at_);
 }
 
-std::optional<uint64_t> TrapReader::wordsToModuleSection() const {
-  for (uint64_t words = 0; words <= OSS_TRAP_MOST_STACK_WORDS; ++words)
-    if (isModuleSection(file_, at_ + words * sizeof(uint64_t))) return words;
+// To the module section or to another dump.
+std::optional<uint64_t> TrapReader::wordsToNextSection() const {
+  for (uint64_t words = 0; words <= OSS_TRAP_MOST_STACK_WORDS; ++words) {
+    const uint64_t at = at_ + words * sizeof(uint64_t);
+    if (isModuleSection(file_, at) || isHeader(file_, at)) return words;
+  }
   return std::nullopt;
 }
 

@@ -31,10 +31,20 @@ std::optional<uint64_t> TrapFile::stackAddress() const {
   return std::nullopt;
 }
 
-std::optional<TrapFile> readTrapFile(std::string_view file) {
-  TrapFile trap;
-  if (!TrapReader(file.substr(0, kLargestTrapFile), trap).read()) return std::nullopt;
-  return trap;
+std::optional<TrapFile> readTrapFile(std::string_view file, uint64_t number) {
+  const std::string_view all = file.substr(0, kLargestTrapFile);
+  std::optional<TrapFile> wanted;
+  uint64_t dumps = 0;
+  for (uint64_t start = 0; start < all.size();) {
+    TrapFile trap;
+    TrapReader reader(all, start, trap);
+    if (!reader.read()) break;
+    start = reader.end();
+    trap.number = ++dumps;
+    if (trap.number <= number) wanted = std::move(trap);
+  }
+  if (wanted) wanted->dumps = dumps;
+  return wanted;
 }
 
 }  // namespace oss::tool

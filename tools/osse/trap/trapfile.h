@@ -2,8 +2,9 @@
 //
 //   const std::optional<TrapFile> trap = readTrapFile(bytes);
 //
-// The bytes are read once, from the front to the end, by what they look like: no section has a tag
-// (marks.h tells what each is known by). A section that is damaged is kept, one that is cut
+// A file may hold several dumps, one behind the other, each with a header; a TrapFile is one of
+// them. The bytes are read once, from the front to the end, by what they look like: no section has
+// a tag (marks.h tells what each is known by). A section that is damaged is kept, one that is cut
 // off as far as it goes; bytes that no section explains are skipped. Each such case is a problem.
 #pragma once
 
@@ -40,6 +41,9 @@ struct TrapFile {
     uint64_t offset;
     uint64_t bytes;
   };
+
+  uint64_t number = 1;  // of this dump among those of the file
+  uint64_t dumps = 1;
 
   std::vector<Place> places;  // of the sections, in the file's order
   std::vector<std::string> problems;
@@ -79,7 +83,10 @@ struct TrapFile {
 inline constexpr uint64_t kLargestTrapFile = uint64_t{16} << 20;
 inline constexpr uint64_t kMostModules = kLargestTrapFile / sizeof(OSSTrapModule);
 
+inline constexpr uint64_t kLastDump = UINT64_MAX;
+
+// \param number  the dump that is wanted, from 1 on; the last one when there are fewer
 // \return nothing when the bytes have no trap file's header
-std::optional<TrapFile> readTrapFile(std::string_view file);
+std::optional<TrapFile> readTrapFile(std::string_view file, uint64_t number = kLastDump);
 
 }  // namespace oss::tool
