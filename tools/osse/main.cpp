@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include "commands.h"
 
@@ -11,8 +13,29 @@ using namespace oss::tool;
 
 namespace {
 
+// A variable of the shell that is not set arrives as an empty text, which is nobody's wish.
+std::string refuseEmpty(const std::string& text) { return text.empty() ? "is empty" : ""; }
+
+std::string refuseAllButCounts(const std::string& text) {
+  const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+  const bool isZero = text.find_first_not_of('0') == std::string::npos;
+  return isNumber && !isZero ? "" : text + " is not a whole number above 0";
+}
+
+CLI::Option* addText(CLI::App& command, const char* name, std::string& text, const char* about) {
+  return command.add_option(name, text, about)->check(refuseEmpty);
+}
+
+CLI::Option* addCount(CLI::App& command, const char* name, uint64_t& count, const char* about) {
+  return command.add_option(name, count, about)->check(refuseAllButCounts);
+}
+
 void addOutput(CLI::App& command, std::string& output) {
-  command.add_option("-o,--output", output, "write there instead of to standard output");
+  addText(command, "-o,--output", output, "write there instead of to standard output");
+}
+
+void addWhichDump(CLI::App& command, uint64_t& dump) {
+  addCount(command, "--dump", dump, "of a file with several dumps: 1 is the oldest; else the last");
 }
 
 void addInfo(CLI::App& app, InfoCommand& info) {
@@ -25,21 +48,19 @@ void addInfo(CLI::App& app, InfoCommand& info) {
 void addDump(CLI::App& trace, DumpCommand& dump) {
   CLI::App* const command =
       trace.add_subcommand("dump", "write what a traced program has recorded to a file");
-  command->add_option("--section", dump.section, "the named section that holds the control block")
+  addText(*command, "--section", dump.section, "the named section that holds the control block")
       ->required();
-  command->add_option("FILE", dump.file, "the dump to write")->required();
+  addText(*command, "FILE", dump.file, "the dump to write")->required();
   CLI::Option* const follow = command->add_flag(
       "--follow", dump.follow, "write chunks as they fill, until tracing is disabled or Ctrl+C");
-  command
-      ->add_option("--ring", dump.ringBytes,
-                   "with --follow: keep the last BYTES, rounded up to chunks of 128 KiB")
-      ->check(CLI::PositiveNumber)
+  addCount(*command, "--ring", dump.ringBytes,
+           "with --follow: keep the last BYTES, rounded up to chunks of 128 KiB")
       ->needs(follow);
 }
 
 void addFormat(CLI::App& trace, FormatCommand& format) {
   CLI::App* const command = trace.add_subcommand("format", "show a dump, a line for each record");
-  command->add_option("FILE", format.file, "a dump")->required();
+  addText(*command, "FILE", format.file, "a dump")->required();
   command->add_flag("--flow", format.flow, "indent by the depth of calls, and show durations");
   addOutput(*command, format.output);
 }
@@ -47,7 +68,7 @@ void addFormat(CLI::App& trace, FormatCommand& format) {
 void addStats(CLI::App& trace, StatsCommand& stats) {
   CLI::App* const command =
       trace.add_subcommand("stats", "sum a dump up: functions, rejected slots, losses");
-  command->add_option("FILE", stats.file, "a dump")->required();
+  addText(*command, "FILE", stats.file, "a dump")->required();
   addOutput(*command, stats.output);
 }
 
@@ -55,7 +76,7 @@ void addExport(CLI::App& trace, ExportCommand& exporting) {
   using Form = ExportCommand::Form;
   CLI::App* const command =
       trace.add_subcommand("export", "convert a dump for viewers of timelines and flame graphs");
-  command->add_option("FILE", exporting.file, "a dump")->required();
+  addText(*command, "FILE", exporting.file, "a dump")->required();
   CLI::Option_group* const forms = command->add_option_group("form");
   forms->add_flag_callback(
       "--perfetto", [&exporting] { exporting.form = Form::Perfetto; }, "a Perfetto trace");
@@ -70,7 +91,7 @@ void addExport(CLI::App& trace, ExportCommand& exporting) {
 void addIpc(CLI::App& app, IpcCommand& ipc) {
   CLI::App* const command = app.add_subcommand(
       "ipc", "the objects that a path and a number name, and the message queue among them");
-  command->add_option("PATH", ipc.path, "the path that names were formed from")->required();
+  addText(*command, "PATH", ipc.path, "the path that names were formed from")->required();
   command->add_option("NUMBER", ipc.number, "the number of the object, or of the queue's first")
       ->required();
   command->add_flag("--local", ipc.local, "the name was formed as a local one");
@@ -80,19 +101,28 @@ void addIpc(CLI::App& app, IpcCommand& ipc) {
 
 void addTrapShow(CLI::App& trap, TrapShowCommand& show) {
   CLI::App* const command = trap.add_subcommand("show", "show what a trap file holds");
-  command->add_option("FILE", show.file, "a trap file")->required();
+  addText(*command, "FILE", show.file, "a trap file")->required();
   CLI::Option* const json = command->add_flag("--json", show.json, "as one JSON document");
   command
       ->add_flag("--full", show.full,
                  "with the parameters of frames, vector registers and all of the stack")
       ->excludes(json);
+  addWhichDump(*command, show.dump);
   addOutput(*command, show.output);
 }
 
 void addTrapExport(CLI::App& trap, TrapExportCommand& exporting) {
   CLI::App* const command = trap.add_subcommand("export", "convert a trap file for debuggers");
-  command->add_option("FILE", exporting.file, "a trap file")->required();
-  command->add_option("--minidump", exporting.minidump, "the minidump to write")->required();
+  addText(*command, "FILE", exporting.file, "a trap file")->required();
+  addText(*command, "--minidump", exporting.minidump, "the minidump to write")->required();
+  addWhichDump(*command, exporting.dump);
+}
+
+// What is required is missing, above all, where another word is misspelt: that word is told then.
+int refuse(const CLI::App& app, const CLI::ParseError& refusal) {
+  const std::vector<std::string> unknown = app.remaining(true);
+  if (refusal.get_name() != "RequiredError" || unknown.empty()) return app.exit(refusal);
+  return app.exit(CLI::ExtrasError(std::vector<std::string>(1, unknown.front())));
 }
 
 int run(int argc, char** argv) {
@@ -100,6 +130,7 @@ int run(int argc, char** argv) {
       "Traces and inspects the operating-system services, and shows what they leave behind.",
       "osse");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "osse " OSSE_VERSION);
   InfoCommand info;
   addInfo(app, info);
   CLI::App* const trace = app.add_subcommand("trace", "dumps of traces");
@@ -125,7 +156,7 @@ int run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& refusal) {
-    return app.exit(refusal) == 0 ? kDone : kBadUsage;
+    return refuse(app, refusal) == 0 ? kDone : kBadUsage;
   }
   if (app.got_subcommand("info")) return info.run();
   if (app.got_subcommand("ipc")) return ipc.run();
