@@ -398,12 +398,30 @@ TEST(TrapReader, TheLastDumpIsReadUnlessAnotherIsWanted) {
   for (const uint64_t number : {uint64_t{2}, uint64_t{3}, kLastDump})
     EXPECT_EQ(readTrapFile(file, number)->header.value.processId, 5151u) << number;
   EXPECT_EQ(readTrapFile(file)->number, 2u);
+}
 
-  // A dump that ended early does not take from the next one.
+// Wherever a dump was cut off, the one that was appended to it is whole.
+TEST(TrapReader, ADumpThatWasCutOffTakesNothingOfTheNext) {
+  TrapParts next;
+  put<uint32_t>(next.header, 8, 5151);
   const std::string cut = TrapParts().whole();
-  const size_t behindModules = cut.find(last.version + last.instructions);
-  const std::optional<TrapFile> first = readTrapFile(cut.substr(0, behindModules) + file, 1);
-  EXPECT_EQ(first->places.size(), 6u);
-  EXPECT_EQ(first->dumps, 3u);
-  EXPECT_THAT(first->problems, IsEmpty());
+  for (size_t size = 8; size < cut.size(); size += 37) {
+    std::optional<TrapFile> trap = read(cut.substr(0, size) + next.whole());
+    ASSERT_TRUE(trap);
+    EXPECT_EQ(trap->dumps, 2u) << "cut at " << size;
+    EXPECT_EQ(trap->header.value.processId, 5151u) << "cut at " << size;
+    EXPECT_THAT(trap->problems, IsEmpty()) << "cut at " << size;
+    EXPECT_EQ(trap->places.front().offset, size);
+    for (TrapFile::Place& place : trap->places) place.offset -= size;
+    EXPECT_EQ(placesOf(*trap), expectedPlaces(next)) << "cut at " << size;
+  }
+}
+
+// A fault in a handler finds the header that the handler has just made on its stack.
+TEST(TrapReader, AHeaderOnTheStackBeginsNoDump) {
+  TrapParts parts;
+  parts.rawStack.replace(8 + 64 * 8, parts.header.size(), parts.header);
+  const std::optional<TrapFile> trap = read(parts.whole() + TrapParts().whole());
+  EXPECT_EQ(trap->dumps, 2u);
+  EXPECT_EQ(placesOf(*readTrapFile(parts.whole())), expectedPlaces(parts));
 }

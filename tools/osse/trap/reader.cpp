@@ -36,6 +36,12 @@ bool TrapReader::read() {
   return true;
 }
 
+bool TrapReader::beginsDump() {
+  if (!isHeader(file_, at_)) return false;
+  readHeader(at_);
+  return isFollowed(at_);
+}
+
 // ---- The header ----
 
 bool TrapReader::findHeader() {

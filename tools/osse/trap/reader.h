@@ -25,7 +25,11 @@ class TrapReader {
   // \return false when there is no header
   bool read();
 
-  // Behind it: where the next dump begins, or the file's end.
+  // Instead of it: whether a dump begins at the start for certain, with a section, or the end,
+  // behind its header. What lies on a stack may look like a header as well.
+  bool beginsDump();
+
+  // Behind read(): where the next dump begins, or the file's end.
   uint64_t end() const { return at_; }
 
  private:

@@ -31,13 +31,29 @@ std::optional<uint64_t> TrapFile::stackAddress() const {
   return std::nullopt;
 }
 
+namespace {
+
+// Where a dump begins for certain, from `at` on; the file's end when none does.
+uint64_t findDump(std::string_view file, uint64_t at) {
+  for (; (at = file.find(OSS_TRAP_EYE_CATCHER, at)) != std::string_view::npos; ++at) {
+    TrapFile unused;
+    if (TrapReader(file, at, unused).beginsDump()) return at;
+  }
+  return file.size();
+}
+
+}  // namespace
+
 std::optional<TrapFile> readTrapFile(std::string_view file, uint64_t number) {
   const std::string_view all = file.substr(0, kLargestTrapFile);
   std::optional<TrapFile> wanted;
   uint64_t dumps = 0;
+  uint64_t next = 0;
   for (uint64_t start = 0; start < all.size();) {
+    // A dump that was cut off does not reach into the one that was appended to it.
+    if (start >= next) next = findDump(all, all.find(OSS_TRAP_EYE_CATCHER, start) + 1);
     TrapFile trap;
-    TrapReader reader(all, start, trap);
+    TrapReader reader(all.substr(0, next), start, trap);
     if (!reader.read()) break;
     start = reader.end();
     trap.number = ++dumps;
