@@ -102,6 +102,16 @@ DumpCommand dumpOf(const SharedBlock& shared, const TempDirectory& dir) {
   return {.section = shared.name(), .file = dir.file("dump"), .follow = false, .ringBytes = 0};
 }
 
+// Another process's calls are all in the file into which they are followed.
+void followCalls(const SharedBlock& shared, const TempDirectory& dir, uint64_t count) {
+  Child child = startChild("traceCalls", {shared.name(), std::to_string(count)});
+  DumpCommand dump = dumpOf(shared, dir);
+  dump.follow = true;
+  EXPECT_EQ(dump.run(), oss::tool::kDone);
+  EXPECT_EQ(child.wait(), 0u);
+  EXPECT_TRUE(formatted(dir) == calls(1, count));
+}
+
 }  // namespace
 
 TEST(TraceDump, AnInstantaneousDumpHoldsWhatAnotherProcessTraced) {
@@ -117,13 +127,7 @@ TEST(TraceDump, AnInstantaneousDumpHoldsWhatAnotherProcessTraced) {
 TEST(TraceDump, FollowingWritesEveryRecordWhileTracingGoesOn) {
   TempDirectory dir;
   SharedBlock shared(GTRACE_CHUNKED);
-  Child child = startChild("traceCalls", {shared.name(), "20000"});
-
-  DumpCommand dump = dumpOf(shared, dir);
-  dump.follow = true;
-  EXPECT_EQ(dump.run(), oss::tool::kDone);
-  EXPECT_EQ(child.wait(), 0u);
-  EXPECT_TRUE(formatted(dir) == calls(1, 20000));
+  followCalls(shared, dir, 20'000);
 }
 
 TEST(TraceDump, ALaterDumperGoesOnWhereTheFirstOneEnded) {
@@ -165,12 +169,7 @@ TEST(TraceDump, ASectionIsFollowedByOneDumperAtATime) {
 
   // One that was ended leaves the right to the next.
   both[1 - ended].kill();
-  Child child = startChild("traceCalls", {shared.name(), "5000"});
-  DumpCommand dump = dumpOf(shared, dir);
-  dump.follow = true;
-  EXPECT_EQ(dump.run(), oss::tool::kDone);
-  EXPECT_EQ(child.wait(), 0u);
-  EXPECT_TRUE(formatted(dir) == calls(1, 5000));
+  followCalls(shared, dir, 5000);
 }
 
 TEST(TraceDump, AFollowingThatCannotBeginSaysThatTheProgramWaits) {
@@ -187,11 +186,7 @@ TEST(TraceDump, AFollowingThatCannotBeginSaysThatTheProgramWaits) {
                 "Ctrl+C\n");
 
   // Nothing is lost by it.
-  Child child = startChild("traceCalls", {shared.name(), "5000"});
-  dump.file = dir.file("dump");
-  EXPECT_EQ(dump.run(), oss::tool::kDone);
-  EXPECT_EQ(child.wait(), 0u);
-  EXPECT_TRUE(formatted(dir) == calls(1, 5000));
+  followCalls(shared, dir, 5000);
 }
 
 TEST(TraceDump, ARingFileKeepsTheNewestChunks) {

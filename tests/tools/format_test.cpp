@@ -217,7 +217,12 @@ TEST(TraceFormat, AFileThatIsNoDumpIsCalledWhatItIs) {
   EXPECT_EQ(complaintOf(""), noDump);
   EXPECT_EQ(complaintOf("a text of any length"), noDump);
   EXPECT_EQ(complaintOf(TrapParts().whole()), start + "is a trap file; see osse trap\n");
-  EXPECT_EQ(complaintOf(DumpBuilder().instantaneous().substr(0, 1000)),
+  // A dump that was cut off remains one, and says what is missing.
+  const std::string whole = DumpBuilder().instantaneous();
+  EXPECT_EQ(complaintOf(whole.substr(0, whole.size() - 1)),
+            start + "ECF_RAMBO_INSTANTANEOUS_DUMP_FILE_TRUNCATED, " +
+                ecfErrorGetDescription(ECF_RAMBO_INSTANTANEOUS_DUMP_FILE_TRUNCATED) + '\n');
+  EXPECT_EQ(complaintOf(whole.substr(0, 1000)),
             start + "ECF_GTRACE_DUMP_FILE_HEADER_TRUNCATED, " +
                 ecfErrorGetDescription(ECF_GTRACE_DUMP_FILE_HEADER_TRUNCATED) + '\n');
 }

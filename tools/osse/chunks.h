@@ -1,7 +1,7 @@
 // chunks.h - the chunks of a ring that is dumped while it is written, one after the other.
 //
 // Writers wait to overwrite a chunk until release() lets them; so a complete chunk does not change
-// while it is the current one. One dumper walks a ring at a time.
+// while it is the current one. One dumper walks a ring at a time (solefollower.h).
 #pragma once
 
 #include <atomic>
