@@ -417,10 +417,10 @@ TEST_F(OSSHFileWriteTest, ABufferThatCannotBeReadIsRefusedByTheSystemAndShownAsN
   for (const char* const buffer : {pages.second() - 6, pages.second()}) {
     uint64_t count = ~uint64_t{0};
     const OSSFileWriteParam param = writeParam(buffer, size);
-    expectRefusal(
-        [&] { return file_.write(&param, &count); }, ECF_UNKNOWN,
-        SystemRecord(OSS_LOG_ERROR, Func::OSSHFile_write, 40, SysCall::WriteFile, ERROR_NOACCESS,
-                     ECF_UNKNOWN, {{1, Hex(handle())}, {2, Null()}, {3, Uint(size)}}));
+    expectRefusal([&] { return file_.write(&param, &count); }, ECF_UNKNOWN,
+                  SystemRecord(OSS_LOG_ERROR, Func::OSSHFile_write, 40, SysCall::WriteFile,
+                               ERROR_INVALID_USER_BUFFER, ECF_UNKNOWN,
+                               {{1, Hex(handle())}, {2, Null()}, {3, Uint(size)}}));
     EXPECT_EQ(count, 0u);
   }
 }

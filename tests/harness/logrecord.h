@@ -117,5 +117,8 @@ LogEvidence CalledRecord(uint64_t level, oss::Func function, uint64_t probe, oss
 
 // Shows both sides of a failed comparison alike.
 void PrintTo(const LogEvidence& evidence, std::ostream* out);
+inline void PrintTo(const LogRecord& record, std::ostream* out) {
+  PrintTo(static_cast<const LogEvidence&>(record), out);
+}
 
 }  // namespace osse_test
