@@ -59,7 +59,7 @@ OSSTrapFile::OSSTrapFile() noexcept : process_(::GetCurrentProcess()) {
 OSSTrapFile::~OSSTrapFile() {
   if (!initialized_) return;
   const CaptureMark mark(::GetCurrentThreadId());
-  if (putsPathBack_) endsWithoutFault([this] { ossSymSetSearchPath(process_, searchPath_); });
+  if (isPathSaved_) endsWithoutFault([this] { ossSymSetSearchPath(process_, searchPath_); });
   ossSymCleanup(process_);
   ossFreeSymDLL();
 }
@@ -77,9 +77,9 @@ void OSSTrapFile::initialize(uint32_t, EXCEPTION_RECORD* er, CONTEXT* ctx,
   initializeSymbolsGuarded();
   endsWithoutFault([this, symbolPath] {
     // A path that this object has installed is not the host's.
-    const bool isSaved =
-        putsPathBack_ || ossSymGetSearchPath(process_, searchPath_, sizeof searchPath_);
-    if (symbolPath != nullptr && ossSymSetSearchPath(process_, symbolPath)) putsPathBack_ = isSaved;
+    if (!initialized_)
+      isPathSaved_ = ossSymGetSearchPath(process_, searchPath_, sizeof searchPath_) != 0;
+    if (symbolPath != nullptr) ossSymSetSearchPath(process_, symbolPath);
   });
 
   header_.contents &= ~kDecidedContents;

@@ -148,8 +148,7 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
   /// Takes note of the process and the calling thread. Opens nothing.
   OSSTrapFile() noexcept;
 
-  /// Puts the symbol search path back that initialize() found, if it has installed another. Does
-  /// not close the file.
+  /// Puts the symbol search path back that the first initialize() found. Does not close the file.
   ~OSSTrapFile();
 
   OSSTrapFile(const OSSTrapFile&) = delete;
@@ -165,8 +164,8 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
   /// \param symbolPath  where symbol files are looked for until the object ends; null leaves it.
   ///                    The path belongs to the process: it serves every thread, of two objects
   ///                    the one that ends last puts back what it found, and of a path that is
-  ///                    longer than 260 characters the first 260 are put back. One that could not
-  ///                    be told is not put back
+  ///                    longer than 260 characters the first 260 are put back, also where null
+  ///                    was given. One that could not be told is not put back
   void initialize(uint32_t flags, _EXCEPTION_RECORD* er, _CONTEXT* ctx,
                   const char* symbolPath) noexcept;
 
@@ -204,7 +203,7 @@ class OSS_API OSSTrapFile : public OSSPrimitiveFileOp {
   uint32_t reserved_ = 0;
   bool initialized_ = false;
   char searchPath_[261] = {};
-  bool putsPathBack_ = false;
+  bool isPathSaved_ = false;
   void* process_;
 };
 OSS_LAYOUT(OSSTrapFile, 680);
