@@ -10,12 +10,15 @@ namespace {
 // between two of them.
 constinit std::atomic<uint32_t> g_threads[kMostCaptureMarks] = {};
 
-}  // namespace
-
-CaptureMark::CaptureMark(uint32_t thread) noexcept {
-  isNested_ = std::any_of(std::begin(g_threads), std::end(g_threads), [thread](const auto& place) {
+bool isMarked(uint32_t thread) noexcept {
+  return std::any_of(std::begin(g_threads), std::end(g_threads), [thread](const auto& place) {
     return place.load(std::memory_order_relaxed) == thread;
   });
+}
+
+}  // namespace
+
+CaptureMark::CaptureMark(uint32_t thread) noexcept : isNested_(isMarked(thread)) {
   if (isNested_) return;
 
   for (std::atomic<uint32_t>& place : g_threads) {

@@ -29,7 +29,7 @@ class CaptureMark {
 
  private:
   std::atomic<uint32_t>* place_ = nullptr;
-  bool isNested_ = false;
+  const bool isNested_;
 };
 
 }  // namespace oss

@@ -38,7 +38,8 @@ bool identify(const std::string& path, BY_HANDLE_FILE_INFORMATION& file) {
 
 // By the file's number on its volume: another spelling of the path, or a link, leads to the same.
 bool isSameFile(const std::string& one, const std::string& other) {
-  BY_HANDLE_FILE_INFORMATION a, b;
+  BY_HANDLE_FILE_INFORMATION a;
+  BY_HANDLE_FILE_INFORMATION b;
   return identify(one, a) && identify(other, b) &&
          a.dwVolumeSerialNumber == b.dwVolumeSerialNumber && a.nFileIndexHigh == b.nFileIndexHigh &&
          a.nFileIndexLow == b.nFileIndexLow;
