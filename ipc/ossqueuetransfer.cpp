@@ -239,8 +239,14 @@ class TransferIn : QueueEnd<kWriter, kReader> {
   // Copies bytes so far behind the ring's last one, where nobody reads yet. A flush meanwhile moves
   // that place, and they have to be placed again; where it stays at 0, they lie in their place.
   bool place(uint64_t lead, const uint8_t* bytes, uint64_t count) noexcept {
+    const uint64_t offset = state_.behind(state_.writeOffset, lead);
+    if (count <= kCopiedUnderLatch) {
+      ring_.copyIn(state_, offset, bytes, count);
+      isPlaced_ = true;
+      return true;
+    }
+
     const RingState before = state_;
-    const uint64_t offset = before.behind(before.writeOffset, lead);
     if (!copyBeside(count, [&] { ring_.copyIn(before, offset, bytes, count); })) return false;
     isPlaced_ = state_.writeOffset == before.writeOffset && state_.capacity == before.capacity;
     return true;
